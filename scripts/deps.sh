@@ -1,0 +1,24 @@
+#!/bin/bash
+# Installs the Debian 12 packages the project needs, only those that are missing.
+#   deps.sh [build|demo|package]...   (build is always included)
+set -eu
+packages=(cmake g++ make pkg-config qtbase5-dev qtbase5-dev-tools dbus gettext util-linux)
+for extra in "$@"; do
+    case "$extra" in
+        build) ;;
+        demo) packages+=(xvfb xauth) ;;
+        *) echo "deps.sh: unknown group '$extra'" >&2; exit 2 ;;
+    esac
+done
+
+missing=()
+for package in "${packages[@]}"; do
+    dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed" || missing+=("$package")
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+echo "Installing: ${missing[*]}"
+sudo=
+[ "$(id -u)" -eq 0 ] || sudo=sudo
+$sudo apt-get update -qq
+DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"
