@@ -31,14 +31,15 @@ trap 'exit 129' HUP
 
 # The bus dies with this script even if the script is killed outright (pdeathsig).
 setpriv --pdeathsig TERM -- dbus-daemon --nofork --config-file="$config" --address="unix:dir=$dir" \
-    --print-address=3 3>"$dir/address" &
+    --print-address=3 3>"$dir/address" 2>"$dir/bus.log" &
 bus_pid=$!
 for _ in $(seq 1 100); do
     [ -s "$dir/address" ] && break
     sleep 0.05
 done
 if [ ! -s "$dir/address" ]; then
-    echo "run-with-bus: dbus-daemon did not start" >&2
+    echo "run-with-bus: dbus-daemon did not start:" >&2
+    cat "$dir/bus.log" >&2
     exit 1
 fi
 DBUS_SYSTEM_BUS_ADDRESS=$(head -n 1 "$dir/address")

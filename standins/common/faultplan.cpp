@@ -1,0 +1,59 @@
+#include "faultplan.h"
+
+#include <QDBusConnection>
+#include <QDBusMessage>
+
+void FaultPlan::fail(const QString &method, const QString &errorName, const QString &message)
+{
+    Fault fault;
+    fault.kind = ErrorReply;
+    fault.errorName = errorName.isEmpty() ? QStringLiteral("com.vorn.standin.Error.Injected") : errorName;
+    fault.message = message.isEmpty() ? QStringLiteral("injected failure of %1").arg(method) : message;
+    m_faults.insert(method, fault);
+}
+
+void FaultPlan::force(const QString &method, int value)
+{
+    Fault fault;
+    fault.kind = ForcedValue;
+    fault.value = value;
+    m_faults.insert(method, fault);
+}
+
+void FaultPlan::shortReply(const QString &method, int value)
+{
+    Fault fault;
+    fault.kind = ShortReply;
+    fault.value = value;
+    m_faults.insert(method, fault);
+}
+
+void FaultPlan::reset(const QString &method)
+{
+    if (method.isEmpty())
+        m_faults.clear();
+    else
+        m_faults.remove(method);
+}
+
+bool FaultPlan::apply(const QDBusContext &context, int &value, QString &outcome) const
+{
+    const auto found = m_faults.constFind(context.message().member());
+    if (found == m_faults.constEnd())
+        return false;
+    const Fault &fault = found.value();
+    value = fault.value;
+    switch (fault.kind) {
+    case ErrorReply:
+        context.sendErrorReply(fault.errorName, fault.message);
+        outcome = QStringLiteral("error %1 (injected)").arg(fault.errorName);
+        break;
+    case ShortReply:
+        context.setDelayedReply(true);
+        context.connection().send(context.message().createReply(QVariant(fault.value)));
+        outcome = QStringLiteral("%1 alone (injected)").arg(fault.value);
+        break;
+    case ForcedValue: outcome = QStringLiteral("%1 (injected)").arg(fault.value); break;
+    }
+    return true;
+}

@@ -1,0 +1,89 @@
+// vorn-standin-daemon: a development stand-in for the virus-scan daemon.
+#include "virusdaemonstandin.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QDBusError>
+
+#include <cstdio>
+
+namespace {
+
+const char kDescription[] = R"(Stand-in for the virus-scan daemon, for development and tests.
+
+Owns "com.vorn.virus" on the system bus (the bus DBUS_SYSTEM_BUS_ADDRESS names, when set) and serves
+"/daemon", interface "com.vorn.virus.daemon", with every method of the daemon's interface file. It
+keeps a quarantine area, a trust zone for files and extensions, a scan mode and status, an engine list
+and a scan configuration, and prints each call and reply on standard output.
+
+Control interface: object "/control", interface "com.vorn.standin.Control":
+  Emit(s signal, as args)        emit a daemon signal from "/daemon" (arguments as for "emit" below)
+  EmitRaw(s member, av args)     emit MEMBER from "/daemon" with exactly these values, whatever
+                                 their signature (for tests of malformed signals)
+  Fail(s method, s error, s msg) answer METHOD with a D-Bus error (empty error/msg: a default one)
+  Force(s method, i value)       answer METHOD with VALUE and do nothing else
+  Short(s method, i value)       answer METHOD with VALUE alone (no list or record after it)
+  Reset(s method)                undo Fail/Force/Short for METHOD, or for every method when empty
+  Calls() -> as                  every call received so far, one JSON object each
+  ClearCalls()                   forget the calls received so far
+  State() -> s                   quarantine, trust zone and scan state as JSON
+Bad input (unknown signal or method, wrong argument count, a number or flag that is not one) is
+answered with org.freedesktop.DBus.Error.InvalidArgs and changes nothing.
+
+From a shell, with vorn-standin-ctl:
+  vorn-standin-ctl daemon emit signal_showAuthDialog NAME DETAIL PATH FLAG
+  vorn-standin-ctl daemon emit signal_sysPop FILE          (FILE is put in quarantine first)
+  vorn-standin-ctl daemon emit signal_scanFinished [NAME DETAIL PATH FLAG]...
+  vorn-standin-ctl daemon emit signal_scanDetailInfo TEXT N1 | signal_scanItemEnd N1 N2 TEXT
+  vorn-standin-ctl daemon emit signal_customScanItemBegin NAME | signal_rightBeginScan FILE
+  vorn-standin-ctl daemon emit signal_dealFinished N | signal_scanItemBegin N | signal_rightClicked
+  vorn-standin-ctl daemon fail METHOD [ERROR-NAME [MESSAGE]]
+  vorn-standin-ctl daemon force METHOD VALUE
+  vorn-standin-ctl daemon short METHOD VALUE
+  vorn-standin-ctl daemon reset [METHOD]
+  vorn-standin-ctl daemon calls | clear-calls | state)";
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication app(argc, argv);
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QString::fromUtf8(kDescription));
+    parser.addHelpOption();
+    const QCommandLineOption quiet(QStringLiteral("quiet"),
+                                   QStringLiteral("Do not print calls and replies."));
+    parser.addOption(quiet);
+    parser.process(app);
+
+    registerDaemonMetaTypes();
+    QDBusConnection bus = QDBusConnection::systemBus();
+    if (!bus.isConnected()) {
+        std::fprintf(stderr, "vorn-standin-daemon: no system bus: %s\n",
+                     qPrintable(bus.lastError().message()));
+        return 1;
+    }
+
+    VirusDaemonStandIn daemon(parser.isSet(quiet));
+    if (!bus.registerObject(QStringLiteral("/daemon"), &daemon, QDBusConnection::ExportAdaptors) ||
+        !bus.registerObject(QStringLiteral("/control"), &daemon, QDBusConnection::ExportScriptableSlots)) {
+        std::fprintf(stderr, "vorn-standin-daemon: cannot register its objects\n");
+        return 1;
+    }
+    // Without queueing, a second stand-in fails here rather than waiting silently for the name.
+    const QDBusReply<QDBusConnectionInterface::RegisterServiceReply> owned = bus.interface()->registerService(
+        QStringLiteral("com.vorn.virus"), QDBusConnectionInterface::DontQueueService,
+        QDBusConnectionInterface::DontAllowReplacement);
+    if (!owned.isValid() || owned.value() != QDBusConnectionInterface::ServiceRegistered) {
+        std::fprintf(stderr, "vorn-standin-daemon: cannot own com.vorn.virus%s%s\n",
+                     owned.isValid() ? "" : ": ", owned.isValid() ? "" : qPrintable(owned.error().message()));
+        return 1;
+    }
+    if (!parser.isSet(quiet))
+        std::printf("daemon: serving com.vorn.virus /daemon on %s\n", qPrintable(bus.baseService()));
+    return app.exec();
+}
