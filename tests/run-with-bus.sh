@@ -44,6 +44,11 @@ if [ ! -s "$dir/address" ]; then
 fi
 DBUS_SYSTEM_BUS_ADDRESS=$(head -n 1 "$dir/address")
 export DBUS_SYSTEM_BUS_ADDRESS
+# Qt wants a private runtime directory; the bus directory is one.
+if [ -z "${XDG_RUNTIME_DIR:-}" ]; then
+    chmod 0700 "$dir"
+    export XDG_RUNTIME_DIR=$dir
+fi
 
 # The command runs in a process group of its own, so whatever it starts can be stopped with it.
 set -m

@@ -5,6 +5,7 @@
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QElapsedTimer>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
@@ -75,6 +76,17 @@ public:
         for (const QJsonObject &call : calls())
             names.append(call.value(QStringLiteral("method")).toString());
         return names;
+    }
+
+    // The calls as "method [args as JSON]", e.g. addContent [1,"Discover virus threat"].
+    QStringList callLines() const
+    {
+        QStringList lines;
+        for (const QJsonObject &call : calls())
+            lines.append(call.value(QStringLiteral("method")).toString() + QLatin1Char(' ') +
+                         QString::fromUtf8(QJsonDocument(call.value(QStringLiteral("args")).toArray())
+                                               .toJson(QJsonDocument::Compact)));
+        return lines;
     }
 
     QJsonObject state() const

@@ -5,6 +5,7 @@
 #include <QDBusSignature>
 #include <QDBusVariant>
 #include <QJsonArray>
+#include <QJsonDocument>
 
 namespace {
 
@@ -87,4 +88,12 @@ QJsonObject callRecord(const QDBusMessage &message)
     return QJsonObject{{QStringLiteral("method"), message.member()},
                        {QStringLiteral("signature"), message.signature()},
                        {QStringLiteral("args"), args}};
+}
+
+QStringList jsonLines(const QJsonArray &array)
+{
+    QStringList lines;
+    for (const QJsonValue &value : array)
+        lines.append(QString::fromUtf8(QJsonDocument(value.toObject()).toJson(QJsonDocument::Compact)));
+    return lines;
 }

@@ -2,8 +2,10 @@
 #define DBUSJSON_H
 
 #include <QDBusMessage>
+#include <QJsonArray>
 #include <QJsonObject>
 #include <QJsonValue>
+#include <QStringList>
 #include <QVariant>
 
 // D-Bus values as JSON, whatever their type: structures and arrays become JSON arrays, dicts
@@ -12,5 +14,8 @@ QJsonValue dbusToJson(const QVariant &value);
 
 // {"method": member, "signature": signature, "args": [...]} for one received call.
 QJsonObject callRecord(const QDBusMessage &message);
+
+// Each object of the array as one line of compact JSON.
+QStringList jsonLines(const QJsonArray &array);
 
 #endif // DBUSJSON_H

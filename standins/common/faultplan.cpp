@@ -3,10 +3,11 @@
 #include <QDBusConnection>
 #include <QDBusMessage>
 
-void FaultPlan::fail(const QString &method, const QString &errorName, const QString &message)
+void FaultPlan::fail(const QString &method, const QString &errorName, const QString &message, int passing)
 {
     Fault fault;
     fault.kind = ErrorReply;
+    fault.passing = passing;
     fault.errorName = errorName.isEmpty() ? QStringLiteral("com.vorn.standin.Error.Injected") : errorName;
     fault.message = message.isEmpty() ? QStringLiteral("injected failure of %1").arg(method) : message;
     m_faults.insert(method, fault);
@@ -28,6 +29,13 @@ void FaultPlan::shortReply(const QString &method, int value)
     m_faults.insert(method, fault);
 }
 
+void FaultPlan::emptyReply(const QString &method)
+{
+    Fault fault;
+    fault.kind = EmptyReply;
+    m_faults.insert(method, fault);
+}
+
 void FaultPlan::reset(const QString &method)
 {
     if (method.isEmpty())
@@ -36,12 +44,16 @@ void FaultPlan::reset(const QString &method)
         m_faults.remove(method);
 }
 
-bool FaultPlan::apply(const QDBusContext &context, int &value, QString &outcome) const
+bool FaultPlan::apply(const QDBusContext &context, int &value, QString &outcome)
 {
-    const auto found = m_faults.constFind(context.message().member());
-    if (found == m_faults.constEnd())
+    const auto found = m_faults.find(context.message().member());
+    if (found == m_faults.end())
         return false;
-    const Fault &fault = found.value();
+    Fault &fault = found.value();
+    if (fault.passing > 0) {
+        --fault.passing;
+        return false;
+    }
     value = fault.value;
     switch (fault.kind) {
     case ErrorReply:
@@ -54,6 +66,11 @@ bool FaultPlan::apply(const QDBusContext &context, int &value, QString &outcome)
         outcome = QStringLiteral("%1 alone (injected)").arg(fault.value);
         break;
     case ForcedValue: outcome = QStringLiteral("%1 (injected)").arg(fault.value); break;
+    case EmptyReply:
+        context.setDelayedReply(true);
+        context.connection().send(context.message().createReply(QVariantList()));
+        outcome = QStringLiteral("an empty reply (injected)");
+        break;
     }
     return true;
 }

@@ -23,6 +23,8 @@ riskbox commands (service com.tarsel.secriskbox):
   result ID STATE [RESERVED]       emit signalResult(ID, STATE, RESERVED)
   press ID LABEL                   press the button LABEL of box ID, as a user would
   fail METHOD [ERROR [MESSAGE]]    answer METHOD with a D-Bus error
+  fail-after METHOD PASSING        the same, after PASSING calls went through
+  empty METHOD                     answer METHOD with a reply that carries no values
   force create ID                  make "create" hand out ID (negative ones too)
   reset [METHOD]                   undo fail/force
   boxes | calls | clear-calls      the boxes drawn, what reached the service, forget it
@@ -74,7 +76,8 @@ int main(int argc, char *argv[])
     };
     static const Command riskboxCommands[] = {
         {"result", "Result", 2, 3}, {"press", "Press", 2, 2},
-        {"fail", "Fail", 1, 3},     {"force", "Force", 2, 2},
+        {"fail", "Fail", 1, 3},     {"fail-after", "FailAfter", 2, 2},
+        {"empty", "Empty", 1, 1},   {"force", "Force", 2, 2},
         {"reset", "Reset", 0, 1},   {"boxes", "Boxes", 0, 0},
         {"calls", "Calls", 0, 0},   {"clear-calls", "ClearCalls", 0, 0},
     };
@@ -108,11 +111,12 @@ int main(int argc, char *argv[])
         callArgs << args.first() << QStringList(args.mid(1));
     } else if (method == QLatin1String("Fail")) {
         callArgs << args.value(0) << args.value(1) << args.value(2);
-    } else if (method == QLatin1String("Force") || method == QLatin1String("Short")) {
+    } else if (method == QLatin1String("Force") || method == QLatin1String("Short") ||
+               method == QLatin1String("FailAfter")) {
         if (!toInt(args.at(1), number))
             return fail(QStringLiteral("not a number: '%1'").arg(args.at(1)));
         callArgs << args.at(0) << number;
-    } else if (method == QLatin1String("Reset")) {
+    } else if (method == QLatin1String("Reset") || method == QLatin1String("Empty")) {
         callArgs << args.value(0);
     } else if (method == QLatin1String("Result") || method == QLatin1String("Press")) {
         int id = 0;

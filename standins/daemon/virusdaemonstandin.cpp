@@ -475,10 +475,7 @@ void VirusDaemonStandIn::Reset(const QString &method)
 
 QStringList VirusDaemonStandIn::Calls()
 {
-    QStringList lines;
-    for (const QJsonValue &call : qAsConst(m_calls))
-        lines.append(QString::fromUtf8(QJsonDocument(call.toObject()).toJson(QJsonDocument::Compact)));
-    return lines;
+    return jsonLines(m_calls);
 }
 
 void VirusDaemonStandIn::ClearCalls()

@@ -1,0 +1,220 @@
+#include "cvirusdbusmiddle.h"
+
+#include "bridgelogging.h"
+#include "cauthdialogthread.h"
+#include "cvorngenlog.h"
+#include "virusscaninterface.h"
+
+#include <QCoreApplication>
+#include <QDBusConnection>
+#include <QDBusInterface>
+#include <QDBusPendingReply>
+
+#include <cstdio>
+
+Q_LOGGING_CATEGORY(lcBridge, "vorn.bridge", QtInfoMsg)
+
+namespace {
+
+const QString kNotifyService = QStringLiteral("com.tarsel.secriskbox");
+const QString kNotifyPath = QStringLiteral("/service");
+const QString kNotifyInterface = QStringLiteral("com.tarsel.secriskbox");
+const char *const kResultSignal = SIGNAL(signalResult(int, int, QString));
+const char *const kResultSlot = SLOT(slot_ResultSignal(int, int, QString));
+
+// A dynamic interface knows the signal only if it could introspect its peer when it was made.
+bool hasResultSignal(const QDBusInterface *interface)
+{
+    return interface->metaObject()->indexOfSignal("signalResult(int,int,QString)") >= 0;
+}
+
+// The string-based connections are checked in debug builds: a misspelt signature fails only at
+// run time.
+void checkConnected(bool connected, const char *what)
+{
+    Q_ASSERT_X(connected, "CVirusDbusMiddle", what);
+    if (!connected)
+        qCWarning(lcBridge, "could not connect %s", what);
+}
+
+} // namespace
+
+CVirusDbusMiddle *CVirusDbusMiddle::getInstance()
+{
+    // Never freed: the bridge lives until the process ends.
+    static CVirusDbusMiddle *instance = new CVirusDbusMiddle(nullptr);
+    return instance;
+}
+
+CVirusDbusMiddle::CVirusDbusMiddle(QObject *parent) : QObject(parent)
+{
+    m_connectionName = QStringLiteral("virus_dialog_conn_%1").arg(QCoreApplication::applicationPid());
+    std::printf("m_connectionName :%s\n", m_connectionName.toLocal8Bit().constData());
+
+    // The risk-box service is reached on a private connection of its own, so its traffic does not
+    // share the default system-bus connection used for the daemon.
+    QDBusConnection::connectToBus(QDBusConnection::SystemBus, m_connectionName);
+    createNotifyInterface();
+    if (!m_pNotifyInterface->isValid())
+        CVornGenLog::getInstance()->writeLog(CVornGenLog::VirusScan, 1,
+                                             QStringLiteral("CVirusDbusMiddle m_pNotifyInterface is false"),
+                                             CVornGenLog::Failure);
+    // An interface that could not introspect its peer has no signalResult to connect; the first
+    // risk box reconnects, and connects it then.
+    if (hasResultSignal(m_pNotifyInterface))
+        checkConnected(connect(m_pNotifyInterface, kResultSignal, this, kResultSlot), "signalResult");
+
+    m_pAuthDialogThread = new CAuthDialogThread;
+    checkConnected(connect(m_pAuthDialogThread, SIGNAL(signal_showDialog(SVirusInfo)), this,
+                           SLOT(slot_ExecAuthDialog(SVirusInfo))),
+                   "signal_showDialog");
+    m_pAuthDialogThread->start(QThread::InheritPriority);
+
+    m_pVirusInterface = new VirusScanInterface(QStringLiteral("com.vorn.virus"), QStringLiteral("/daemon"),
+                                               QDBusConnection::systemBus(), this);
+    registerDaemonMetaTypes();
+    checkConnected(connect(m_pVirusInterface, SIGNAL(signal_showAuthDialog(SVirusInfo)), this,
+                           SLOT(slot_addAuthDialog(SVirusInfo))),
+                   "signal_showAuthDialog");
+    checkConnected(
+        connect(m_pVirusInterface, SIGNAL(signal_sysPop(QString)), this, SLOT(slot_sysPop(QString))),
+        "signal_sysPop");
+    CVornGenLog::getInstance()->writeLog(CVornGenLog::VirusScan, 0,
+                                         QStringLiteral("CVirusDbusMiddle: all signal have been connected"),
+                                         CVornGenLog::Info);
+
+    // Fired once and deliberately dropped unread: it only wakes the daemon.
+    QDBusPendingReply<int> scanMode = m_pVirusInterface->get_scanMode();
+    Q_UNUSED(scanMode)
+    virusMap.clear();
+}
+
+void CVirusDbusMiddle::createNotifyInterface()
+{
+    m_pNotifyInterface =
+        new QDBusInterface(kNotifyService, kNotifyPath, kNotifyInterface, QDBusConnection(m_connectionName));
+}
+
+bool CVirusDbusMiddle::reConnectionDBus()
+{
+    if (m_pNotifyInterface) {
+        if (hasResultSignal(m_pNotifyInterface))
+            disconnect(m_pNotifyInterface, kResultSignal, this, kResultSlot);
+        delete m_pNotifyInterface;
+        m_pNotifyInterface = nullptr;
+    }
+    QDBusConnection::disconnectFromBus(m_connectionName);
+    QDBusConnection::connectToBus(QDBusConnection::SystemBus, m_connectionName);
+    createNotifyInterface();
+    if (!m_pNotifyInterface->isValid()) {
+        // The invalid interface stays in place: the next box tries again.
+        CVornGenLog::getInstance()->writeLog(CVornGenLog::VirusScan, 1,
+                                             QStringLiteral("CVirusDbusMiddle reConnectionDBus failed: %1")
+                                                 .arg(m_pNotifyInterface->lastError().message()),
+                                             CVornGenLog::Failure);
+        return false;
+    }
+    checkConnected(connect(m_pNotifyInterface, kResultSignal, this, kResultSlot), "signalResult");
+    return true;
+}
+
+int CVirusDbusMiddle::callNotifyMethod(QList<QVariant> &replyArgs, const QString &method,
+                                       const QList<QVariant> &args)
+{
+    const QDBusMessage response = m_pNotifyInterface->callWithArgumentList(QDBus::AutoDetect, method, args);
+    if (response.type() != QDBusMessage::ReplyMessage) {
+        std::printf("method:%s  调用失败：response.type():%d \n", method.toLocal8Bit().constData(),
+                    int(response.type()));
+        return -1;
+    }
+    replyArgs = response.arguments();
+    return 0;
+}
+
+int CVirusDbusMiddle::get_protectDate()
+{
+    return m_pVirusInterface->get_protectDate().value();
+}
+
+int CVirusDbusMiddle::get_scanStatus()
+{
+    return m_pVirusInterface->get_scanStatus().value();
+}
+
+int CVirusDbusMiddle::begin_scan(int type, const QStringList &paths)
+{
+    return m_pVirusInterface->begin_scan(type, paths).value() == 0 ? 0 : -1;
+}
+
+int CVirusDbusMiddle::set_scanStatus(int status)
+{
+    return m_pVirusInterface->set_scanStatus(status).value() == 0 ? 0 : -1;
+}
+
+int CVirusDbusMiddle::set_scanEngine(const QString &engine)
+{
+    return m_pVirusInterface->set_scanEngine(engine).value() == 0 ? 0 : -1;
+}
+
+int CVirusDbusMiddle::get_scanMode()
+{
+    return m_pVirusInterface->get_scanMode().value();
+}
+
+int CVirusDbusMiddle::set_scanMode(int mode)
+{
+    return m_pVirusInterface->set_scanMode(mode).value() == 0 ? 0 : -1;
+}
+
+int CVirusDbusMiddle::set_scanConfig(int configType, int configParameters)
+{
+    return m_pVirusInterface->set_scanConfig(configType, configParameters).value() == 0 ? 0 : -1;
+}
+
+int CVirusDbusMiddle::get_quarantineSize()
+{
+    return m_pVirusInterface->get_quarantineSize().value();
+}
+
+int CVirusDbusMiddle::add_quarantineFile(const SQuarantineFileInfoList &fileList)
+{
+    const int notProcessed = dealThreats(fileList);
+    if (notProcessed != -1)
+        emit signal_dealFinish(notProcessed);
+    return notProcessed;
+}
+
+int CVirusDbusMiddle::get_allScanConfig(SScanConfigInfo &configInfo)
+{
+    return m_pVirusInterface->get_allScanConfig(configInfo).value() == 0 ? 0 : -1;
+}
+
+int CVirusDbusMiddle::get_allEngineInfoList(SEngineInfoList &infoList)
+{
+    return m_pVirusInterface->get_allEngineInfoList(infoList).value() == 0 ? 0 : -1;
+}
+
+int CVirusDbusMiddle::get_quarantineFileList(SIsolateFileInfoList &infoList)
+{
+    return m_pVirusInterface->get_quarantineFileList(infoList).value() == 0 ? 0 : -1;
+}
+
+int CVirusDbusMiddle::get_trustExtensionList(SExtensionInfoList &infoList)
+{
+    return m_pVirusInterface->get_trustExtensionList(infoList).value() == 0 ? 0 : -1;
+}
+
+int CVirusDbusMiddle::get_trustFileList(STrustFileInfoList &infoList)
+{
+    return m_pVirusInterface->get_trustFileList(infoList).value() == 0 ? 0 : -1;
+}
+
+void CVirusDbusMiddle::logEvent(const QString &message, const QString &title, int level)
+{
+    CVornGenLog::getInstance()->writeLog(CVornGenLog::VirusScan, message, title, level);
+}
+
+void CVirusDbusMiddle::logFailure(const QString &message)
+{
+    CVornGenLog::getInstance()->writeLog(CVornGenLog::VirusScan, 1, message, CVornGenLog::Failure);
+}

@@ -1,0 +1,43 @@
+#ifndef RISKBOXWINDOW_H
+#define RISKBOXWINDOW_H
+
+#include "riskbox.h"
+
+#include <QList>
+#include <QWidget>
+
+class QLabel;
+class QPushButton;
+
+// A shown risk box as a small frameless window near the bottom-right corner of the screen: the
+// title, the content lines and a button per label. A folded box shows its first line only until
+// it is hovered or clicked.
+class RiskBoxWindow : public QWidget
+{
+    Q_OBJECT
+
+public:
+    // slot stacks the window above the ones already shown.
+    RiskBoxWindow(const RiskBox &box, int slot, QWidget *parent = nullptr);
+
+    // Clicks the button with this label, as a person would.
+    void press(const QString &label);
+
+signals:
+    void pressed(const QString &label);
+    void bodyClicked();
+
+protected:
+    void enterEvent(QEvent *event) override;
+    void mousePressEvent(QMouseEvent *event) override;
+
+private:
+    void unfold();
+    void placeInCorner(int slot);
+
+    QList<QLabel *> m_foldedLines;
+    QList<QPushButton *> m_buttons;
+    bool m_hasBodyAction = false;
+};
+
+#endif // RISKBOXWINDOW_H

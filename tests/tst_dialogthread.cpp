@@ -1,0 +1,99 @@
+// The dialog thread: one threat a tick at most, in order, only while the bridge is ready, none lost.
+#include "cauthdialogthread.h"
+#include "eventlogfile.h"
+
+#include <QElapsedTimer>
+#include <QtTest>
+
+// Receives hand-outs on the GUI thread, as the bridge does, and re-arms the thread if told to.
+class HandOutRecorder : public QObject
+{
+    Q_OBJECT
+public:
+    explicit HandOutRecorder(CAuthDialogThread *thread) : m_thread(thread) { m_clock.start(); }
+
+    bool rearm = true;
+    QStringList names;
+    QList<qint64> times;
+
+public slots:
+    void onShowDialog(SVirusInfo info)
+    {
+        names.append(info.virusName);
+        times.append(m_clock.elapsed());
+        if (rearm)
+            m_thread->setReady();
+    }
+
+private:
+    CAuthDialogThread *m_thread;
+    QElapsedTimer m_clock;
+};
+
+class TestDialogThread : public QObject
+{
+    Q_OBJECT
+
+private:
+    EventLogFile m_log;
+
+    static SVirusInfo threat(const QString &name) { return SVirusInfo{name, QString(), "/p/" + name, false}; }
+
+    // The thread runs for the life of the process, like the agent's: it is never stopped or freed.
+    static CAuthDialogThread *startThread(HandOutRecorder *&recorder)
+    {
+        auto *thread = new CAuthDialogThread;
+        recorder = new HandOutRecorder(thread);
+        connect(thread, SIGNAL(signal_showDialog(SVirusInfo)), recorder, SLOT(onShowDialog(SVirusInfo)));
+        thread->start(QThread::InheritPriority);
+        return thread;
+    }
+
+private slots:
+    void initTestCase() { registerDaemonMetaTypes(); }
+
+    void handsOutInOrderOnePerTick()
+    {
+        HandOutRecorder *recorder = nullptr;
+        CAuthDialogThread *thread = startThread(recorder);
+        for (const char *name : {"first", "second", "third"})
+            thread->addVirusInfo(threat(QLatin1String(name)));
+
+        QTRY_COMPARE_WITH_TIMEOUT(recorder->names.size(), 3, 6000);
+        QCOMPARE(recorder->names, (QStringList{"first", "second", "third"}));
+        // The first comes at the first tick; each next one a tick after the re-arming.
+        QVERIFY2(recorder->times.at(0) <= 1500, qPrintable(QString::number(recorder->times.at(0))));
+        for (int i = 1; i < 3; ++i)
+            QVERIFY2(recorder->times.at(i) - recorder->times.at(i - 1) >= 900,
+                     qPrintable(QString::number(recorder->times.at(i) - recorder->times.at(i - 1))));
+        QCOMPARE(thread->pendingCount(), 0);
+        QTRY_COMPARE(m_log.operations().count("CVirusDbusMiddle: authDialog already exec"), 3);
+    }
+
+    void waitsWhileBusyAndLosesNothing()
+    {
+        HandOutRecorder *recorder = nullptr;
+        CAuthDialogThread *thread = startThread(recorder);
+        recorder->rearm = false;
+        thread->addVirusInfo(threat("0"));
+        QTRY_COMPARE_WITH_TIMEOUT(recorder->names.size(), 1, 3000);
+
+        // Busy: the queue only grows, the same record twice included, and nothing comes out over
+        // more than two ticks.
+        for (int i = 1; i <= 500; ++i)
+            thread->addVirusInfo(threat(QString::number(i)));
+        thread->addVirusInfo(threat("500"));
+        QTest::qWait(2500);
+        QCOMPARE(recorder->names.size(), 1);
+        QCOMPARE(thread->pendingCount(), 501);
+
+        // Re-armed, the oldest comes next.
+        thread->setReady();
+        QTRY_COMPARE_WITH_TIMEOUT(recorder->names.size(), 2, 3000);
+        QCOMPARE(recorder->names.last(), QStringLiteral("1"));
+        QCOMPARE(thread->pendingCount(), 500);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestDialogThread)
+#include "tst_dialogthread.moc"
