@@ -22,12 +22,6 @@ const QString kNotifyInterface = QStringLiteral("com.tarsel.secriskbox");
 const char *const kResultSignal = SIGNAL(signalResult(int, int, QString));
 const char *const kResultSlot = SLOT(slot_ResultSignal(int, int, QString));
 
-// A dynamic interface knows the signal only if it could introspect its peer when it was made.
-bool hasResultSignal(const QDBusInterface *interface)
-{
-    return interface->metaObject()->indexOfSignal("signalResult(int,int,QString)") >= 0;
-}
-
 // The string-based connections are checked in debug builds: a misspelt signature fails only at
 // run time.
 void checkConnected(bool connected, const char *what)
@@ -61,7 +55,7 @@ CVirusDbusMiddle::CVirusDbusMiddle(QObject *parent) : QObject(parent)
                                              CVornGenLog::Failure);
     // An interface that could not introspect its peer has no signalResult to connect; the first
     // risk box reconnects, and connects it then.
-    if (hasResultSignal(m_pNotifyInterface))
+    if (hasResultSignal())
         checkConnected(connect(m_pNotifyInterface, kResultSignal, this, kResultSlot), "signalResult");
 
     m_pAuthDialogThread = new CAuthDialogThread;
@@ -89,6 +83,16 @@ CVirusDbusMiddle::CVirusDbusMiddle(QObject *parent) : QObject(parent)
     virusMap.clear();
 }
 
+bool CVirusDbusMiddle::hasResultSignal() const
+{
+    return m_pNotifyInterface->metaObject()->indexOfSignal("signalResult(int,int,QString)") >= 0;
+}
+
+bool CVirusDbusMiddle::notifyInterfaceUsable() const
+{
+    return m_pNotifyInterface->isValid() && hasResultSignal();
+}
+
 void CVirusDbusMiddle::createNotifyInterface()
 {
     m_pNotifyInterface =
@@ -98,7 +102,7 @@ void CVirusDbusMiddle::createNotifyInterface()
 bool CVirusDbusMiddle::reConnectionDBus()
 {
     if (m_pNotifyInterface) {
-        if (hasResultSignal(m_pNotifyInterface))
+        if (hasResultSignal())
             disconnect(m_pNotifyInterface, kResultSignal, this, kResultSlot);
         delete m_pNotifyInterface;
         m_pNotifyInterface = nullptr;

@@ -121,6 +121,11 @@ private:
     explicit CVirusDbusMiddle(QObject *parent = nullptr);
 
     void createNotifyInterface();
+    // A dynamic interface knows signalResult only if it could introspect its peer when it was
+    // made. One made while the service was away turns valid when the service appears, but still
+    // cannot deliver answers: it is as unusable as an invalid one.
+    bool hasResultSignal() const;
+    bool notifyInterfaceUsable() const;
     // The common box sequence: create with contents, buttons, fold or timeout, show. Returns the
     // result of show, or the failing step's negative code; iId and failedStep say what happened.
     int showRiskBox(int createType, const QStringList &contents, const QStringList &buttons, BoxExtra extra,

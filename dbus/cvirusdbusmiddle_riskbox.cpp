@@ -10,7 +10,7 @@
 int CVirusDbusMiddle::create_secRiskBox(int type, const QStringList &contents)
 {
     // Only create checks the interface: the later calls for the same box use what it found or made.
-    if (!m_pNotifyInterface->isValid()) {
+    if (!notifyInterfaceUsable()) {
         std::printf("DBus interface invalid, attempting to reConnectionDBus...\n");
         if (!reConnectionDBus()) {
             std::printf("Failed to reConnection DBus interface\n");

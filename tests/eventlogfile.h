@@ -7,6 +7,7 @@
 #include <QJsonObject>
 #include <QList>
 #include <QString>
+#include <QStringList>
 #include <QTemporaryDir>
 
 // The file the stand-in event-log library writes to (HALVO_LOG_FILE), read back line by line.
@@ -46,6 +47,20 @@ public:
         QStringList result;
         for (const QJsonObject &event : events())
             result.append(event.value(QStringLiteral("operation")).toString());
+        return result;
+    }
+
+    // Each event as "operation|result|level" (level "-" for the plain entry point): compact enough
+    // for tables of expected sequences.
+    QStringList summary() const
+    {
+        QStringList result;
+        for (const QJsonObject &event : events()) {
+            const QJsonValue level = event.value(QStringLiteral("level"));
+            result.append(event.value(QStringLiteral("operation")).toString() + QLatin1Char('|') +
+                          event.value(QStringLiteral("result")).toString() + QLatin1Char('|') +
+                          (level.isUndefined() ? QStringLiteral("-") : QString::number(level.toInt())));
+        }
         return result;
     }
 

@@ -162,6 +162,12 @@ private slots:
         }
 
         QVERIFY(m_peers.riskbox.start());
+        // Let the bridge see the service come back first: its interface, made while the service was
+        // away, then turns valid but still has no signalResult, and must be rebuilt all the same.
+        QVERIFY(privateConnection.interface()
+                    ->isServiceRegistered(QStringLiteral("com.tarsel.secriskbox"))
+                    .value());
+        QCoreApplication::processEvents();
         m_peers.log.clear();
         const int id = m_bridge->create_secRiskBox(0, {"back"});
         QCOMPARE(id, 1);
