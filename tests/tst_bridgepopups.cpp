@@ -172,13 +172,19 @@ private slots:
         QVERIFY(m_test.peers.riskbox.calls().isEmpty());
 
         // A threat box shown by hand re-arms the thread; the three then follow in order.
+        // Only threat boxes count: an earlier threat box timing out meanwhile raises a notice.
+        auto threatNames = [this](int from) {
+            QStringList names;
+            for (const QJsonObject &box : m_test.boxes().mid(from))
+                if (BridgeTest::contents(box).value(0) == QLatin1String("Discover virus threat"))
+                    names << BridgeTest::contents(box).value(1);
+            return names;
+        };
         const int before = m_test.boxes().size();
         QCOMPARE(m_test.bridge->get_signalResult(SVirusInfo{"manual", "", "/m", false}), 0);
-        QTRY_COMPARE_WITH_TIMEOUT(m_test.boxes().size(), before + 4, 8000);
-        QStringList names;
-        for (const QJsonObject &box : m_test.boxes().mid(before))
-            names << BridgeTest::contents(box).value(1);
-        QCOMPARE(names, (QStringList{"Virus name:manual", "Virus name:B", "Virus name:C", "Virus name:D"}));
+        QTRY_COMPARE_WITH_TIMEOUT(threatNames(before).size(), 4, 8000);
+        QCOMPARE(threatNames(before),
+                 (QStringList{"Virus name:manual", "Virus name:B", "Virus name:C", "Virus name:D"}));
         // Each box was shown before the next one was created.
         bool unshown = false;
         for (const QString &call : m_test.peers.riskbox.callNames()) {
