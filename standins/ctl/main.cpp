@@ -139,6 +139,9 @@ int main(int argc, char *argv[])
         return fail(reply.errorMessage().isEmpty() ? QStringLiteral("no answer from %1").arg(service)
                                                    : reply.errorMessage());
     for (const QVariant &value : reply.arguments()) {
+        // QtDBus pads a reply without values with one invalid value: nothing to print.
+        if (!value.isValid())
+            continue;
         const QStringList lines =
             value.type() == QVariant::StringList ? value.toStringList() : QStringList{value.toString()};
         for (const QString &line : lines)

@@ -158,7 +158,13 @@ void RiskBoxStandIn::present(const RiskBox &box)
                        : QStringLiteral("  (click: %1)").arg(printable(box.defaultAction()))));
 
     if (m_options.windows) {
-        auto *window = new RiskBoxWindow(box, m_windows.size());
+        auto *window = new RiskBoxWindow(box);
+        // Stacked above the highest box still open, so boxes never cover each other.
+        int bottom = -1;
+        for (const QPointer<RiskBoxWindow> &open : qAsConst(m_windows))
+            if (open)
+                bottom = bottom < 0 ? open->y() - 12 : std::min(bottom, open->y() - 12);
+        window->placeAbove(bottom);
         connect(window, &RiskBoxWindow::pressed, this,
                 [this, id = box.id](const QString &label) { Press(id, label); });
         connect(window, &RiskBoxWindow::bodyClicked, this, [this, id = box.id] {

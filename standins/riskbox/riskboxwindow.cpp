@@ -8,7 +8,7 @@
 #include <QScreen>
 #include <QVBoxLayout>
 
-RiskBoxWindow::RiskBoxWindow(const RiskBox &box, int slot, QWidget *parent)
+RiskBoxWindow::RiskBoxWindow(const RiskBox &box, QWidget *parent)
     : QWidget(parent, Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint),
       m_hasBodyAction(!box.defaultAction().isEmpty())
 {
@@ -53,7 +53,6 @@ RiskBoxWindow::RiskBoxWindow(const RiskBox &box, int slot, QWidget *parent)
     }
     column->addLayout(row);
     adjustSize();
-    placeInCorner(slot);
 }
 
 void RiskBoxWindow::press(const QString &label)
@@ -91,13 +90,14 @@ void RiskBoxWindow::unfold()
     adjustSize();
 }
 
-void RiskBoxWindow::placeInCorner(int slot)
+void RiskBoxWindow::placeAbove(int bottom)
 {
     const QScreen *screen = QGuiApplication::primaryScreen();
     if (!screen)
         return;
     const QRect area = screen->availableGeometry();
     const int gap = 12;
-    const int top = area.bottom() - gap - (height() + gap) * (slot + 1);
-    move(area.right() - gap - width(), std::max(area.top() + gap, top));
+    if (bottom < 0)
+        bottom = area.bottom() - gap;
+    move(area.right() - gap - width(), std::max(area.top() + gap, bottom - height()));
 }

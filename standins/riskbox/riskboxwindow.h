@@ -17,8 +17,11 @@ class RiskBoxWindow : public QWidget
     Q_OBJECT
 
 public:
-    // slot stacks the window above the ones already shown.
-    RiskBoxWindow(const RiskBox &box, int slot, QWidget *parent = nullptr);
+    RiskBoxWindow(const RiskBox &box, QWidget *parent = nullptr);
+
+    // Puts the window at the right edge of the screen with its bottom edge just above bottom, or
+    // above the screen's bottom-right corner when bottom is negative.
+    void placeAbove(int bottom);
 
     // Clicks the button with this label, as a person would.
     void press(const QString &label);
@@ -33,7 +36,6 @@ protected:
 
 private:
     void unfold();
-    void placeInCorner(int slot);
 
     QList<QLabel *> m_foldedLines;
     QList<QPushButton *> m_buttons;

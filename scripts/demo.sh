@@ -1,0 +1,27 @@
+#!/bin/bash
+# The agent's main job on the stand-ins, in one command:
+#   scripts/demo.sh [--auto]
+# Installs what is missing, builds, starts a private bus with the stand-in daemon, the stand-in
+# risk-box service, the stand-in event log and vorn-virus-agent, and plays a short scene. With a
+# display the boxes are windows that you answer by clicking (--auto answers them for you); without
+# one the scene answers itself. Exits 0 when every step of the scene happened.
+set -eu
+top=$(cd "$(dirname "$0")/.." && pwd)
+build=${VORN_BUILD_DIR:-$top/build}
+auto=0
+for arg in "$@"; do
+    case "$arg" in
+        --auto) auto=1 ;;
+        -h|--help) sed -n '2,8p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
+        *) echo "demo.sh: unknown option '$arg' (see --help)" >&2; exit 2 ;;
+    esac
+done
+
+"$top/scripts/deps.sh" build
+echo "== Building (quietly) in $build"
+cmake -S "$top" -B "$build" -DCMAKE_BUILD_TYPE=Debug -DVORN_WARNINGS_AS_ERRORS=ON > "$build.configure.log" 2>&1 ||
+    { cat "$build.configure.log"; exit 1; }
+rm -f "$build.configure.log"
+cmake --build "$build" -j "$(nproc)" --target vorn-virus-agent vorn-standin-daemon vorn-standin-riskbox \
+    vorn-standin-ctl translations > /dev/null
+VORN_DEMO_AUTO=$auto VORN_BUILD_DIR=$build exec "$top/tests/run-with-bus.sh" "$top/scripts/demo-scene.sh"
