@@ -1,12 +1,12 @@
 #!/bin/bash
 # Installs the Debian 12 packages the project needs, only those that are missing.
-#   deps.sh [build|demo|package]...   (build is always included)
+#   deps.sh [build|package]...   (build is always included)
 set -eu
 packages=(cmake g++ make pkg-config git qtbase5-dev qtbase5-dev-tools dbus gettext util-linux desktop-file-utils)
 for extra in "$@"; do
     case "$extra" in
         build) ;;
-        demo) packages+=(xvfb xauth) ;;
+        package) packages+=(debhelper dpkg-dev) ;;
         *) echo "deps.sh: unknown group '$extra'" >&2; exit 2 ;;
     esac
 done
