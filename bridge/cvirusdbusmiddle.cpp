@@ -213,6 +213,11 @@ int CVirusDbusMiddle::get_trustFileList(STrustFileInfoList &infoList)
     return m_pVirusInterface->get_trustFileList(infoList).value() == 0 ? 0 : -1;
 }
 
+int CVirusDbusMiddle::pendingThreats() const
+{
+    return m_pAuthDialogThread->pendingCount();
+}
+
 void CVirusDbusMiddle::logEvent(const QString &message, const QString &title, int level)
 {
     CVornGenLog::getInstance()->writeLog(CVornGenLog::VirusScan, message, title, level);

@@ -74,6 +74,11 @@ public:
 
     // The boxes shown and not yet answered, by risk-box id.
     QMap<int, SVirusBoxInfo> pendingBoxes() const { return virusMap; }
+    // Threats announced and still waiting for their turn.
+    int pendingThreats() const;
+    // Risk boxes shown, and answers handled, since start.
+    int boxesShown() const { return m_nBoxesShown; }
+    int answersHandled() const { return m_nAnswersHandled; }
 
 signals:
     void signal_fastItemChanged(int);

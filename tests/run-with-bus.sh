@@ -44,6 +44,11 @@ if [ ! -s "$dir/address" ]; then
 fi
 DBUS_SYSTEM_BUS_ADDRESS=$(head -n 1 "$dir/address")
 export DBUS_SYSTEM_BUS_ADDRESS
+# In sanitizer builds: the known, deliberate leaks are suppressed, and undefined behaviour stops
+# the program with a stack trace.
+export LSAN_OPTIONS=${LSAN_OPTIONS:-suppressions=$here/lsan.supp:print_suppressions=0}
+export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
+export TSAN_OPTIONS=${TSAN_OPTIONS:-suppressions=$here/tsan.supp}
 # Qt wants a private runtime directory; the bus directory is one.
 if [ -z "${XDG_RUNTIME_DIR:-}" ]; then
     chmod 0700 "$dir"

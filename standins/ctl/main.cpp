@@ -13,6 +13,7 @@ const char kUsage[] = R"(usage: vorn-standin-ctl daemon|riskbox COMMAND [ARG...]
 
 daemon commands (service com.vorn.virus):
   emit SIGNAL [ARG...]             emit a daemon signal; see vorn-standin-daemon --help
+  emit-many COUNT SIGNAL [ARG...]  the same, COUNT times in a row
   fail METHOD [ERROR [MESSAGE]]    answer METHOD with a D-Bus error
   force METHOD VALUE               answer METHOD with VALUE
   short METHOD VALUE               answer METHOD with VALUE alone
@@ -65,13 +66,10 @@ int main(int argc, char *argv[])
     const QString command = args.takeFirst();
 
     static const Command daemonCommands[] = {
-        {"emit", "Emit", 1, -1},
-        {"fail", "Fail", 1, 3},
-        {"force", "Force", 2, 2},
-        {"short", "Short", 2, 2},
-        {"reset", "Reset", 0, 1},
-        {"calls", "Calls", 0, 0},
-        {"clear-calls", "ClearCalls", 0, 0},
+        {"emit", "Emit", 1, -1},  {"emit-many", "EmitMany", 2, -1},
+        {"fail", "Fail", 1, 3},   {"force", "Force", 2, 2},
+        {"short", "Short", 2, 2}, {"reset", "Reset", 0, 1},
+        {"calls", "Calls", 0, 0}, {"clear-calls", "ClearCalls", 0, 0},
         {"state", "State", 0, 0},
     };
     static const Command riskboxCommands[] = {
@@ -109,6 +107,10 @@ int main(int argc, char *argv[])
     int number = 0;
     if (method == QLatin1String("Emit")) {
         callArgs << args.first() << QStringList(args.mid(1));
+    } else if (method == QLatin1String("EmitMany")) {
+        if (!toInt(args.at(0), number))
+            return fail(QStringLiteral("not a count: '%1'").arg(args.at(0)));
+        callArgs << args.at(1) << QStringList(args.mid(2)) << number;
     } else if (method == QLatin1String("Fail")) {
         callArgs << args.value(0) << args.value(1) << args.value(2);
     } else if (method == QLatin1String("Force") || method == QLatin1String("Short") ||

@@ -7,6 +7,8 @@
 #include <QDBusConnectionInterface>
 #include <QDBusError>
 
+#include "transcript.h"
+
 #include <cstdio>
 
 namespace {
@@ -20,6 +22,7 @@ and a scan configuration, and prints each call and reply on standard output.
 
 Control interface: object "/control", interface "com.vorn.standin.Control":
   Emit(s signal, as args)        emit a daemon signal from "/daemon" (arguments as for "emit" below)
+  EmitMany(s signal, as args, i n) the same, N times in a row (for floods)
   EmitRaw(s member, av args)     emit MEMBER from "/daemon" with exactly these values, whatever
                                  their signature (for tests of malformed signals)
   Fail(s method, s error, s msg) answer METHOD with a D-Bus error (empty error/msg: a default one)
@@ -43,7 +46,8 @@ From a shell, with vorn-standin-ctl:
   vorn-standin-ctl daemon force METHOD VALUE
   vorn-standin-ctl daemon short METHOD VALUE
   vorn-standin-ctl daemon reset [METHOD]
-  vorn-standin-ctl daemon calls | clear-calls | state)";
+  vorn-standin-ctl daemon calls | clear-calls | state
+With --timestamps each printed line starts with the system-wide monotonic clock in seconds.)";
 
 } // namespace
 
@@ -58,8 +62,13 @@ int main(int argc, char *argv[])
     const QCommandLineOption quiet(QStringLiteral("quiet"),
                                    QStringLiteral("Do not print calls and replies."));
     parser.addOption(quiet);
+    const QCommandLineOption timestamps(
+        QStringLiteral("timestamps"),
+        QStringLiteral("Start each printed line with the monotonic clock in seconds."));
+    parser.addOption(timestamps);
     parser.process(app);
 
+    setTranscriptTimestamps(parser.isSet(timestamps));
     registerDaemonMetaTypes();
     QDBusConnection bus = QDBusConnection::systemBus();
     if (!bus.isConnected()) {
@@ -84,6 +93,7 @@ int main(int argc, char *argv[])
         return 1;
     }
     if (!parser.isSet(quiet))
-        std::printf("daemon: serving com.vorn.virus /daemon on %s\n", qPrintable(bus.baseService()));
+        printTranscript(
+            QStringLiteral("daemon: serving com.vorn.virus /daemon on %1").arg(bus.baseService()));
     return app.exec();
 }

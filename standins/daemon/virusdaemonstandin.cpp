@@ -2,12 +2,12 @@
 
 #include "daemonadaptor.h"
 #include "dbusjson.h"
+#include "rawsignal.h"
+#include "transcript.h"
 
 #include <QDateTime>
 #include <QJsonDocument>
 #include <QJsonObject>
-
-#include <cstdio>
 
 namespace {
 
@@ -93,8 +93,11 @@ bool VirusDaemonStandIn::intercept(int &value, QString &outcome)
     const QJsonObject record = callRecord(message());
     m_calls.append(record);
     if (!m_quiet)
-        std::printf("daemon: call %s %s\n", qPrintable(record.value("method").toString()),
-                    QJsonDocument(record.value("args").toArray()).toJson(QJsonDocument::Compact).constData());
+        printTranscript(
+            QStringLiteral("daemon: call %1 %2")
+                .arg(record.value("method").toString(),
+                     QString::fromUtf8(
+                         QJsonDocument(record.value("args").toArray()).toJson(QJsonDocument::Compact))));
     return m_faults.apply(*this, value, outcome);
 }
 
@@ -107,7 +110,7 @@ template <typename Body> int VirusDaemonStandIn::serve(Body body)
         outcome = QString::number(value);
     }
     if (!m_quiet)
-        std::printf("daemon: reply %s -> %s\n", qPrintable(message().member()), qPrintable(outcome));
+        printTranscript(QStringLiteral("daemon: reply %1 -> %2").arg(message().member(), outcome));
     return value;
 }
 
@@ -432,21 +435,26 @@ void VirusDaemonStandIn::Emit(const QString &signal, const QStringList &args)
         emit m_adaptor->signal_sysPop(args.at(0));
     }
     if (!m_quiet)
-        std::printf("daemon: emitted %s %s\n", qPrintable(signal), qPrintable(args.join(QLatin1Char(' '))));
+        printTranscript(QStringLiteral("daemon: emitted %1 %2").arg(signal, args.join(QLatin1Char(' '))));
+}
+
+void VirusDaemonStandIn::EmitMany(const QString &signal, const QStringList &args, int count)
+{
+    if (count < 1 || count > 1000000) {
+        controlError(QStringLiteral("the count is 1 to 1000000, not %1").arg(count));
+        return;
+    }
+    // The first emission validates the arguments; a refused one sends the error and stops here.
+    for (int i = 0; i < count && !isDelayedReply(); ++i)
+        Emit(signal, args);
 }
 
 void VirusDaemonStandIn::EmitRaw(const QString &member, const QVariantList &args)
 {
-    // Whatever the caller packed, as it packed it: the way to send a daemon signal with a wrong
-    // signature from the daemon's own connection.
-    QDBusMessage signal = QDBusMessage::createSignal(QStringLiteral("/daemon"),
-                                                     QStringLiteral("com.vorn.virus.daemon"), member);
-    for (const QVariant &arg : args)
-        signal << (arg.userType() == qMetaTypeId<QDBusVariant>() ? arg.value<QDBusVariant>().variant() : arg);
-    connection().send(signal);
+    const QString signature = sendRawSignal(connection(), QStringLiteral("/daemon"),
+                                            QStringLiteral("com.vorn.virus.daemon"), member, args);
     if (!m_quiet)
-        std::printf("daemon: emitted %s with signature '%s'\n", qPrintable(member),
-                    qPrintable(signal.signature()));
+        printTranscript(QStringLiteral("daemon: emitted %1 with signature '%2'").arg(member, signature));
 }
 
 void VirusDaemonStandIn::Fail(const QString &method, const QString &errorName, const QString &message)

@@ -50,6 +50,7 @@ public:
 public slots:
     // The control interface, "/control" on the same connection.
     Q_SCRIPTABLE void Emit(const QString &signal, const QStringList &args);
+    Q_SCRIPTABLE void EmitMany(const QString &signal, const QStringList &args, int count);
     Q_SCRIPTABLE void EmitRaw(const QString &member, const QVariantList &args);
     Q_SCRIPTABLE void Fail(const QString &method, const QString &errorName, const QString &message);
     Q_SCRIPTABLE void Force(const QString &method, int value);

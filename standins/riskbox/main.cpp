@@ -7,6 +7,8 @@
 #include <QDBusConnectionInterface>
 #include <QDBusError>
 
+#include "transcript.h"
+
 #include <cstdio>
 #include <memory>
 
@@ -25,6 +27,7 @@ first line until it is hovered or clicked.
 
 Control interface: object "/control", interface "com.vorn.standin.Control":
   Result(i id, i state, s reserved)  emit signalResult with these values, for any id
+  EmitRaw(s member, av args)         emit MEMBER from "/service" with exactly these values
   Press(i id, s label)               press a button of a shown box, as a user would
   Fail(s method, s error, s msg)     answer METHOD with a D-Bus error (empty error/msg: a default one)
   FailAfter(s method, i passing)     the same, but only after PASSING calls of METHOD went through
@@ -76,9 +79,13 @@ int main(int argc, char *argv[])
         QStringLiteral("500"));
     const QCommandLineOption quietOption(QStringLiteral("quiet"),
                                          QStringLiteral("Do not print boxes and answers."));
-    parser.addOptions({headlessOption, answerOption, delayOption, quietOption});
+    const QCommandLineOption timestampsOption(
+        QStringLiteral("timestamps"),
+        QStringLiteral("Start each printed line with the monotonic clock in seconds."));
+    parser.addOptions({headlessOption, answerOption, delayOption, quietOption, timestampsOption});
     parser.process(*app);
 
+    setTranscriptTimestamps(parser.isSet(timestampsOption));
     RiskBoxStandIn::Options options;
     options.windows = !headless;
     options.quiet = parser.isSet(quietOption);
@@ -112,7 +119,8 @@ int main(int argc, char *argv[])
         return 1;
     }
     if (!options.quiet)
-        std::printf("riskbox: serving com.tarsel.secriskbox /service on %s (%s)\n",
-                    qPrintable(bus.baseService()), headless ? "headless" : "windows");
+        printTranscript(
+            QStringLiteral("riskbox: serving com.tarsel.secriskbox /service on %1 (%2)")
+                .arg(bus.baseService(), headless ? QStringLiteral("headless") : QStringLiteral("windows")));
     return app->exec();
 }

@@ -1,14 +1,14 @@
 #include "riskboxstandin.h"
 
 #include "dbusjson.h"
+#include "rawsignal.h"
 #include "riskboxadaptor.h"
 #include "riskboxwindow.h"
+#include "transcript.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTimer>
-
-#include <cstdio>
 
 namespace {
 
@@ -37,7 +37,7 @@ RiskBoxStandIn::RiskBoxStandIn(const Options &options, QObject *parent)
 void RiskBoxStandIn::print(const QString &line) const
 {
     if (!m_options.quiet)
-        std::printf("%s\n", line.toLocal8Bit().constData());
+        printTranscript(line);
 }
 
 bool RiskBoxStandIn::intercept(int &value)
@@ -223,6 +223,13 @@ void RiskBoxStandIn::Result(int id, int state, const QString &reserved)
               .arg(state)
               .arg(printable(reserved)));
     emit m_adaptor->signalResult(id, state, reserved);
+}
+
+void RiskBoxStandIn::EmitRaw(const QString &member, const QVariantList &args)
+{
+    const QString signature = sendRawSignal(connection(), QStringLiteral("/service"),
+                                            QStringLiteral("com.tarsel.secriskbox"), member, args);
+    print(QStringLiteral("riskbox: emitted %1 with signature '%2' on request").arg(member, signature));
 }
 
 void RiskBoxStandIn::Press(int id, const QString &label)

@@ -44,6 +44,7 @@ public:
 
 public slots:
     Q_SCRIPTABLE void Result(int id, int state, const QString &reserved);
+    Q_SCRIPTABLE void EmitRaw(const QString &member, const QVariantList &args);
     Q_SCRIPTABLE void Press(int id, const QString &label);
     Q_SCRIPTABLE void Fail(const QString &method, const QString &errorName, const QString &message);
     Q_SCRIPTABLE void FailAfter(const QString &method, int passing);
