@@ -217,7 +217,8 @@ private slots:
         clock.start();
         QPointer<CAuthDialog> dialog = showDialog("EICAR", "/h/alone");
         QTRY_VERIFY_WITH_TIMEOUT(dialog.isNull(), 8000);
-        QVERIFY2(clock.elapsed() >= 4900, qPrintable(QString::number(clock.elapsed())));
+        // Five ticks of a coarse one-second timer, which Qt may fire up to 5% early.
+        QVERIFY2(clock.elapsed() >= 4750, qPrintable(QString::number(clock.elapsed())));
         QCOMPARE(m_test.events().first(), coded("CAuthDialog: countdown completed (5S)"));
         QCOMPARE(m_test.peers.daemon.callNames(), QStringList{"add_quarantineFile"});
     }
