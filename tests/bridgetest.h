@@ -51,6 +51,19 @@ public:
         return flat;
     }
 
+    // Raises a box of the kind through its builder: the argument is the file (kinds 0 to 2) or the
+    // threat's path (kind 3, whose name and detail are given).
+    int raise(int kind, const QString &argument, const QString &threatName = QStringLiteral("EICAR"),
+              const QString &detail = QStringLiteral("detail")) const
+    {
+        switch (kind) {
+        case 0: return bridge->slot_sysPop(argument);
+        case 1: return bridge->show_selectVirusBoxNotify(argument);
+        case 2: return bridge->show_retryVirusBoxNotify(argument);
+        default: return bridge->get_signalResult(SVirusInfo{threatName, detail, argument, true});
+        }
+    }
+
     // Answers a box through the stand-in, as the service does when a person presses a button.
     void answer(int id, int state) const
     {

@@ -15,16 +15,6 @@ class TestBridgePopups : public QObject
 private:
     BridgeTest m_test;
 
-    int raise(int kind, const QString &argument)
-    {
-        switch (kind) {
-        case 0: return m_test.bridge->slot_sysPop(argument);
-        case 1: return m_test.bridge->show_selectVirusBoxNotify(argument);
-        case 2: return m_test.bridge->show_retryVirusBoxNotify(argument);
-        default: return m_test.bridge->get_signalResult(SVirusInfo{"Trojan.Y", "the detail", argument, true});
-        }
-    }
-
 private slots:
     void initTestCase() { QVERIFY(m_test.start()); }
     void init() { m_test.peers.reset(); }
@@ -64,7 +54,7 @@ private slots:
         QFETCH(int, fold);
         QFETCH(int, timeout);
 
-        QCOMPARE(raise(kind, QStringLiteral("/home/u/f")), 0);
+        QCOMPARE(m_test.raise(kind, QStringLiteral("/home/u/f"), "Trojan.Y", "the detail"), 0);
         const QJsonObject box = m_test.lastBox();
         QCOMPARE(box.value("type").toInt(), createType);
         QCOMPARE(box.value("appName").toString(), QStringLiteral("vorn-defender"));
@@ -143,7 +133,7 @@ private slots:
         const int boxes = m_test.boxes().size();
         m_test.peers.riskbox.control(control, args);
         StdoutCapture out;
-        const int result = raise(kind, QStringLiteral("/f"));
+        const int result = m_test.raise(kind, QStringLiteral("/f"), "Trojan.Y", "the detail");
         const QString text = out.text();
         out.restore();
 

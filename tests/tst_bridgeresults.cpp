@@ -218,16 +218,6 @@ class TestBridgeResults : public QObject
 private:
     BridgeTest m_test;
 
-    int raise(int kind, const QString &argument)
-    {
-        switch (kind) {
-        case 0: return m_test.bridge->slot_sysPop(argument);
-        case 1: return m_test.bridge->show_selectVirusBoxNotify(argument);
-        case 2: return m_test.bridge->show_retryVirusBoxNotify(argument);
-        default: return m_test.bridge->get_signalResult(SVirusInfo{"EICAR", "detail", argument, true});
-        }
-    }
-
 private slots:
     void initTestCase() { QVERIFY(m_test.start()); }
 
@@ -236,7 +226,7 @@ private slots:
         for (const Row &row : rows()) {
             const QByteArray where = QByteArray("row \"") + row.name + "\": ";
             m_test.peers.reset();
-            QCOMPARE(raise(row.kind, row.argument), 0);
+            QCOMPARE(m_test.raise(row.kind, row.argument), 0);
             const int id = m_test.lastBox().value("id").toInt();
             const SVirusBoxInfo before = m_test.bridge->pendingBoxes().value(id);
             QVERIFY2(m_test.bridge->pendingBoxes().contains(id), where + "box not remembered");

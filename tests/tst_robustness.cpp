@@ -31,6 +31,25 @@ private:
                                     {"signal_showAuthDialog", QStringList{name, "detail", path, "false"}});
     }
 
+    // The threat-found boxes raised since `from`, by their name line: boxes that timed out
+    // meanwhile raise notices, which do not count here.
+    QList<QJsonObject> threatBoxes(int from) const
+    {
+        QList<QJsonObject> result;
+        for (const QJsonObject &box : m_test.boxes().mid(from))
+            if (BridgeTest::contents(box).value(0) == QLatin1String("Discover virus threat"))
+                result << box;
+        return result;
+    }
+
+    QStringList threatNames(int from) const
+    {
+        QStringList names;
+        for (const QJsonObject &box : threatBoxes(from))
+            names << BridgeTest::contents(box).value(1);
+        return names;
+    }
+
     QStringList newBoxLines(int from, int line) const
     {
         QStringList lines;
@@ -65,11 +84,17 @@ private slots:
         cleared << QStringLiteral("/etc/shadow");
         sendAsStranger(cleared);
         announce("real", "/home/u/real");
-        QTRY_COMPARE_WITH_TIMEOUT(m_test.boxes().size(), from + 1, 5000);
-        QCOMPARE(newBoxLines(from, 1), QStringList{"Virus name:real"});
+        QTRY_COMPARE_WITH_TIMEOUT(threatNames(from).size(), 1, 5000);
+        QCOMPARE(threatNames(from), QStringList{"Virus name:real"});
+        // The spoofed cleared file raised no quarantine notice (the only box with an empty-keyed Trust).
+        for (const QJsonObject &box : m_test.boxes().mid(from)) {
+            const QStringList buttons = BridgeTest::buttons(box);
+            for (int i = 0; i + 1 < buttons.size(); i += 2)
+                QVERIFY(!(buttons.at(i) == "Trust" && buttons.at(i + 1).isEmpty()));
+        }
 
         // A stranger answering a shown box changes nothing; the service's own answer does.
-        const int id = m_test.lastBox().value("id").toInt();
+        const int id = threatBoxes(from).first().value("id").toInt();
         QDBusMessage answer = QDBusMessage::createSignal("/service", "com.tarsel.secriskbox", "signalResult");
         answer << id << 3 << QString();
         sendAsStranger(answer);
@@ -95,8 +120,8 @@ private slots:
         m_test.peers.riskbox.control("EmitRaw", {"signalResult", raw({})});
         // The next good signal from the daemon is the first that shows.
         announce("after", "/after");
-        QTRY_COMPARE_WITH_TIMEOUT(m_test.boxes().size(), from + 1, 5000);
-        QCOMPARE(newBoxLines(from, 1), QStringList{"Virus name:after"});
+        QTRY_COMPARE_WITH_TIMEOUT(threatNames(from).size(), 1, 5000);
+        QCOMPARE(threatNames(from), QStringList{"Virus name:after"});
         QVERIFY(m_test.settle());
         QCOMPARE(m_test.bridge->answersHandled(), handled);
         QVERIFY(m_test.events().filter("slot_ResultSignal").isEmpty());
@@ -127,8 +152,8 @@ private slots:
         QFETCH(QString, path);
         const int from = m_test.boxes().size();
         announce(name, path);
-        QTRY_COMPARE_WITH_TIMEOUT(m_test.boxes().size(), from + 1, 5000);
-        const QJsonObject box = m_test.lastBox();
+        QTRY_COMPARE_WITH_TIMEOUT(threatBoxes(from).size(), 1, 5000);
+        const QJsonObject box = threatBoxes(from).first();
         QCOMPARE(BridgeTest::contents(box),
                  (QStringList{"Discover virus threat", "Virus name:" + name, "Virus Path:" + path}));
 
@@ -164,8 +189,8 @@ private slots:
     {
         const int from = m_test.boxes().size();
         announce("pending", "/h/pending");
-        QTRY_COMPARE_WITH_TIMEOUT(m_test.boxes().size(), from + 1, 5000);
-        const int id = m_test.lastBox().value("id").toInt();
+        QTRY_COMPARE_WITH_TIMEOUT(threatNames(from), QStringList{"Virus name:pending"}, 5000);
+        const int id = threatBoxes(from).first().value("id").toInt();
 
         // Gone while the answer is handled: the calls fail soft with their specified results.
         m_test.peers.daemon.stop();
@@ -183,8 +208,7 @@ private slots:
         QVERIFY(m_test.peers.daemon.start());
         const int again = m_test.boxes().size();
         announce("back", "/h/back");
-        QTRY_COMPARE_WITH_TIMEOUT(m_test.boxes().size(), again + 1, 5000);
-        QCOMPARE(newBoxLines(again, 1), QStringList{"Virus name:back"});
+        QTRY_COMPARE_WITH_TIMEOUT(threatNames(again), QStringList{"Virus name:back"}, 5000);
     }
 
     // Last: the queue it leaves behind drains for hours.
@@ -199,9 +223,9 @@ private slots:
                 "Emit", {"signal_showAuthDialog", QStringList{QString::number(i), "", "/f", "false"}});
         // Every threat is either queued or already handed out, none lost, the same path repeated included.
         QTRY_COMPARE_WITH_TIMEOUT(m_test.bridge->pendingThreats() + handedOut().size(), count, 20000);
-        QTRY_COMPARE_WITH_TIMEOUT(handedOut().size(), 3, 6000);
-        QCOMPARE(handedOut(), (QStringList{"Virus name:0", "Virus name:1", "Virus name:2"}));
-        QCOMPARE(m_test.bridge->pendingThreats(), count - 3);
+        QTRY_VERIFY_WITH_TIMEOUT(handedOut().size() >= 3, 6000);
+        QCOMPARE(handedOut().mid(0, 3), (QStringList{"Virus name:0", "Virus name:1", "Virus name:2"}));
+        QCOMPARE(m_test.bridge->pendingThreats() + handedOut().size(), count);
     }
 };
 
