@@ -165,9 +165,12 @@ private slots:
         QCOMPARE(m_test.events().filter("Add file to trust zone|").first(),
                  "Add file to trust zone|Add file " + path + " to trust zone " +
                      (path.isEmpty() ? "failed" : "Successfully") + "|3");
-        QCOMPARE(
-            m_test.peers.daemon.calls().first().value("args").toArray().first().toArray().first().toString(),
-            path);
+        // This answer's trust call: an older threat box timing out meanwhile may call the daemon too.
+        QString trusted = QStringLiteral("(no add_trustFile call)");
+        for (const QJsonObject &call : m_test.peers.daemon.calls())
+            if (call.value("method").toString() == QLatin1String("add_trustFile"))
+                trusted = call.value("args").toArray().first().toArray().first().toString();
+        QCOMPARE(trusted, path);
     }
 
     void answersForUnknownIds()
