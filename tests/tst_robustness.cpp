@@ -225,7 +225,7 @@ private slots:
             m_test.peers.daemon.control(
                 "Emit", {"signal_showAuthDialog", QStringList{QString::number(i), "", "/f", "false"}});
         // Every threat is either queued or already handed out, none lost, the same path repeated included.
-        QTRY_COMPARE_WITH_TIMEOUT(m_test.bridge->pendingThreats() + handedOut().size(), count, 20000);
+        QTRY_COMPARE_WITH_TIMEOUT(m_test.bridge->pendingThreats() + handedOut().size(), count, 60000);
         QTRY_VERIFY_WITH_TIMEOUT(handedOut().size() >= 3, 6000);
         QCOMPARE(handedOut().mid(0, 3), (QStringList{"Virus name:0", "Virus name:1", "Virus name:2"}));
         QCOMPARE(m_test.bridge->pendingThreats() + handedOut().size(), count);
