@@ -4,12 +4,10 @@
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDBusConnection>
-#include <QDBusConnectionInterface>
-#include <QDBusError>
 
+#include "serveonbus.h"
 #include "transcript.h"
 
-#include <cstdio>
 
 namespace {
 
@@ -70,30 +68,12 @@ int main(int argc, char *argv[])
 
     setTranscriptTimestamps(parser.isSet(timestamps));
     registerDaemonMetaTypes();
-    QDBusConnection bus = QDBusConnection::systemBus();
-    if (!bus.isConnected()) {
-        std::fprintf(stderr, "vorn-standin-daemon: no system bus: %s\n",
-                     qPrintable(bus.lastError().message()));
-        return 1;
-    }
-
     VirusDaemonStandIn daemon(parser.isSet(quiet));
-    if (!bus.registerObject(QStringLiteral("/daemon"), &daemon, QDBusConnection::ExportAdaptors) ||
-        !bus.registerObject(QStringLiteral("/control"), &daemon, QDBusConnection::ExportScriptableSlots)) {
-        std::fprintf(stderr, "vorn-standin-daemon: cannot register its objects\n");
+    if (!serveOnBus(&daemon, QStringLiteral("/daemon"), QStringLiteral("com.vorn.virus"),
+                    "vorn-standin-daemon"))
         return 1;
-    }
-    // Without queueing, a second stand-in fails here rather than waiting silently for the name.
-    const QDBusReply<QDBusConnectionInterface::RegisterServiceReply> owned = bus.interface()->registerService(
-        QStringLiteral("com.vorn.virus"), QDBusConnectionInterface::DontQueueService,
-        QDBusConnectionInterface::DontAllowReplacement);
-    if (!owned.isValid() || owned.value() != QDBusConnectionInterface::ServiceRegistered) {
-        std::fprintf(stderr, "vorn-standin-daemon: cannot own com.vorn.virus%s%s\n",
-                     owned.isValid() ? "" : ": ", owned.isValid() ? "" : qPrintable(owned.error().message()));
-        return 1;
-    }
     if (!parser.isSet(quiet))
-        printTranscript(
-            QStringLiteral("daemon: serving com.vorn.virus /daemon on %1").arg(bus.baseService()));
+        printTranscript(QStringLiteral("daemon: serving com.vorn.virus /daemon on %1")
+                            .arg(QDBusConnection::systemBus().baseService()));
     return app.exec();
 }

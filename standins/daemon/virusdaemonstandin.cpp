@@ -67,6 +67,37 @@ template <typename Map> QStringList sortedKeys(const Map &map)
     return keys;
 }
 
+// Adds each key that is not listed yet, made into an entry; an empty key cannot be added. Returns
+// how many keys could not be added.
+template <typename List, typename Make> int addKeys(List &list, const QStringList &keys, Make make)
+{
+    int failed = 0;
+    for (const QString &key : keys) {
+        const bool known =
+            std::any_of(list.cbegin(), list.cend(), [&](const auto &entry) { return entry.text1 == key; });
+        if (key.isEmpty())
+            ++failed;
+        else if (!known)
+            list.append(make(key));
+    }
+    return failed;
+}
+
+// Removes the entry of each key; returns how many keys had none.
+template <typename List> int removeKeys(List &list, const QStringList &keys)
+{
+    int missing = 0;
+    for (const QString &key : keys) {
+        const auto it =
+            std::find_if(list.begin(), list.end(), [&](const auto &entry) { return entry.text1 == key; });
+        if (it == list.end())
+            ++missing;
+        else
+            list.erase(it);
+    }
+    return missing;
+}
+
 int indexOfPath(const SIsolateFileInfoList &list, const QString &path)
 {
     for (int i = 0; i < list.size(); ++i)
@@ -135,33 +166,18 @@ int VirusDaemonStandIn::add_quarantineFile(const SQuarantineFileInfoList &fileLi
 int VirusDaemonStandIn::add_trustExtension(const QStringList &fileList)
 {
     return serve([&] {
-        int failed = 0;
-        for (const QString &extension : fileList) {
-            const bool known =
-                std::any_of(m_trustExtensions.cbegin(), m_trustExtensions.cend(),
-                            [&](const SExtensionInfo &info) { return info.text1 == extension; });
-            if (extension.isEmpty())
-                ++failed;
-            else if (!known)
-                m_trustExtensions.append({extension, now(), true});
-        }
-        return failed;
+        return addKeys(m_trustExtensions, fileList, [](const QString &key) {
+            return SExtensionInfo{key, now(), true};
+        });
     });
 }
 
 int VirusDaemonStandIn::add_trustFile(const QStringList &fileList)
 {
     return serve([&] {
-        int failed = 0;
-        for (const QString &path : fileList) {
-            const bool known = std::any_of(m_trustFiles.cbegin(), m_trustFiles.cend(),
-                                           [&](const STrustFileInfo &info) { return info.text1 == path; });
-            if (path.isEmpty())
-                ++failed;
-            else if (!known)
-                m_trustFiles.append({path, now(), 0, true});
-        }
-        return failed;
+        return addKeys(m_trustFiles, fileList, [](const QString &key) {
+            return STrustFileInfo{key, now(), 0, true};
+        });
     });
 }
 
@@ -172,39 +188,17 @@ int VirusDaemonStandIn::begin_scan(int, const QStringList &)
 
 int VirusDaemonStandIn::delete_quarantineFile(const QStringList &fileList)
 {
-    return serve([&] { return removeFromQuarantine(fileList); });
+    return serve([&] { return removeKeys(m_quarantine, fileList); });
 }
 
 int VirusDaemonStandIn::delete_trustExtension(const QStringList &fileList)
 {
-    return serve([&] {
-        int missing = 0;
-        for (const QString &extension : fileList) {
-            const auto it = std::find_if(m_trustExtensions.begin(), m_trustExtensions.end(),
-                                         [&](const SExtensionInfo &info) { return info.text1 == extension; });
-            if (it == m_trustExtensions.end())
-                ++missing;
-            else
-                m_trustExtensions.erase(it);
-        }
-        return missing;
-    });
+    return serve([&] { return removeKeys(m_trustExtensions, fileList); });
 }
 
 int VirusDaemonStandIn::delete_trustFile(const QStringList &fileList)
 {
-    return serve([&] {
-        int missing = 0;
-        for (const QString &path : fileList) {
-            const auto it = std::find_if(m_trustFiles.begin(), m_trustFiles.end(),
-                                         [&](const STrustFileInfo &info) { return info.text1 == path; });
-            if (it == m_trustFiles.end())
-                ++missing;
-            else
-                m_trustFiles.erase(it);
-        }
-        return missing;
-    });
+    return serve([&] { return removeKeys(m_trustFiles, fileList); });
 }
 
 int VirusDaemonStandIn::get_allEngineInfoList(SEngineInfoList &infoList)
@@ -270,7 +264,7 @@ int VirusDaemonStandIn::get_trustFileList(STrustFileInfoList &infoList)
 int VirusDaemonStandIn::restore_quarantineFile(const QStringList &fileList, int)
 {
     // Restoring gives the file back to its place: it leaves the quarantine area.
-    return serve([&] { return removeFromQuarantine(fileList); });
+    return serve([&] { return removeKeys(m_quarantine, fileList); });
 }
 
 int VirusDaemonStandIn::set_scanConfig(int configType, int configParameters)
@@ -322,19 +316,6 @@ int VirusDaemonStandIn::special_scan(int, const QStringList &)
 int VirusDaemonStandIn::test(int status)
 {
     return serve([&] { return status; });
-}
-
-int VirusDaemonStandIn::removeFromQuarantine(const QStringList &paths)
-{
-    int missing = 0;
-    for (const QString &path : paths) {
-        const int index = indexOfPath(m_quarantine, path);
-        if (index < 0)
-            ++missing;
-        else
-            m_quarantine.removeAt(index);
-    }
-    return missing;
 }
 
 bool VirusDaemonStandIn::controlError(const QString &text)

@@ -70,8 +70,6 @@ private:
     bool knownMethod(const QString &method);
     bool controlError(const QString &text);
     bool quarantine(const QString &path, const QString &virusName);
-    // Returns how many of the paths were not in quarantine.
-    int removeFromQuarantine(const QStringList &paths);
 
     DaemonAdaptor *m_adaptor = nullptr;
     bool m_quiet = false;

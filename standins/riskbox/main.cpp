@@ -4,9 +4,8 @@
 #include <QApplication>
 #include <QCommandLineParser>
 #include <QDBusConnection>
-#include <QDBusConnectionInterface>
-#include <QDBusError>
 
+#include "serveonbus.h"
 #include "transcript.h"
 
 #include <cstdio>
@@ -99,28 +98,13 @@ int main(int argc, char *argv[])
     if (auto *gui = qobject_cast<QApplication *>(app.get()))
         gui->setQuitOnLastWindowClosed(false);
 
-    QDBusConnection bus = QDBusConnection::systemBus();
-    if (!bus.isConnected()) {
-        std::fprintf(stderr, "vorn-standin-riskbox: no system bus: %s\n",
-                     qPrintable(bus.lastError().message()));
-        return 1;
-    }
     RiskBoxStandIn service(options);
-    if (!bus.registerObject(QStringLiteral("/service"), &service, QDBusConnection::ExportAdaptors) ||
-        !bus.registerObject(QStringLiteral("/control"), &service, QDBusConnection::ExportScriptableSlots)) {
-        std::fprintf(stderr, "vorn-standin-riskbox: cannot register its objects\n");
+    if (!serveOnBus(&service, QStringLiteral("/service"), QStringLiteral("com.tarsel.secriskbox"),
+                    "vorn-standin-riskbox"))
         return 1;
-    }
-    const QDBusReply<QDBusConnectionInterface::RegisterServiceReply> owned = bus.interface()->registerService(
-        QStringLiteral("com.tarsel.secriskbox"), QDBusConnectionInterface::DontQueueService,
-        QDBusConnectionInterface::DontAllowReplacement);
-    if (!owned.isValid() || owned.value() != QDBusConnectionInterface::ServiceRegistered) {
-        std::fprintf(stderr, "vorn-standin-riskbox: cannot own com.tarsel.secriskbox\n");
-        return 1;
-    }
     if (!options.quiet)
-        printTranscript(
-            QStringLiteral("riskbox: serving com.tarsel.secriskbox /service on %1 (%2)")
-                .arg(bus.baseService(), headless ? QStringLiteral("headless") : QStringLiteral("windows")));
+        printTranscript(QStringLiteral("riskbox: serving com.tarsel.secriskbox /service on %1 (%2)")
+                            .arg(QDBusConnection::systemBus().baseService(),
+                                 headless ? QStringLiteral("headless") : QStringLiteral("windows")));
     return app->exec();
 }
