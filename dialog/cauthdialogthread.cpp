@@ -15,6 +15,9 @@ void CAuthDialogThread::addVirusInfo(const SVirusInfo &info)
 
 void CAuthDialogThread::setReady()
 {
+    // Noted before the flag is set, so that run() sees at least one of the two (see there).
+    if (QThread::currentThread() != this)
+        m_bReArmedElsewhere = true;
     m_bReady = true;
 }
 
@@ -38,10 +41,15 @@ void CAuthDialogThread::run()
                 continue;
             info = m_virusList.takeFirst();
         }
+        m_bReArmedElsewhere = false;
         emit signal_showDialog(info);
-        // Cleared after the emit, in this order: a bridge that re-armed in between is overruled
-        // and waits for its next box, but never gets two threats at once.
+        // Cleared after the emit, in this order: a receiver connected directly runs inside the
+        // emit, on this thread, and its re-arm is overruled here. The bridge re-arms from the GUI
+        // thread once the box is up, and on a loaded machine that can happen before this thread
+        // reaches the clear; such a re-arm is put back, or no threat would ever be shown again.
         m_bReady = false;
+        if (m_bReArmedElsewhere)
+            m_bReady = true;
         CVornGenLog::getInstance()->writeLog(CVornGenLog::VirusScan, 0,
                                              QStringLiteral("CVirusDbusMiddle: authDialog already exec"),
                                              CVornGenLog::Info);

@@ -35,6 +35,8 @@ private:
     SVirusInfoList m_virusList;
     QMutex *m_pMutex = nullptr;
     std::atomic<bool> m_bReady{true};
+    // Whether another thread re-armed since the current hand-out began.
+    std::atomic<bool> m_bReArmedElsewhere{false};
 };
 
 #endif // CAUTHDIALOGTHREAD_H

@@ -3,7 +3,10 @@
 #include "eventlogfile.h"
 
 #include <QElapsedTimer>
+#include <QSemaphore>
 #include <QtTest>
+
+#include <atomic>
 
 // Receives hand-outs on the GUI thread, as the bridge does, and re-arms the thread if told to.
 class HandOutRecorder : public QObject
@@ -36,6 +39,10 @@ class TestDialogThread : public QObject
 
 private:
     EventLogFile m_log;
+    // Shared with a receiver that runs on the dialog thread, which outlives the test function.
+    std::atomic<int> m_handOuts{0};
+    QSemaphore m_heldInside;
+    QSemaphore m_releaseInside;
 
     static SVirusInfo threat(const QString &name) { return SVirusInfo{name, QString(), "/p/" + name, false}; }
 
@@ -92,6 +99,42 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(recorder->names.size(), 2, 3000);
         QCOMPARE(recorder->names.last(), QStringLiteral("1"));
         QCOMPARE(thread->pendingCount(), 500);
+    }
+
+    void reArmingDuringTheHandOut()
+    {
+        auto *thread = new CAuthDialogThread;
+        connect(
+            thread, &CAuthDialogThread::signal_showDialog, thread,
+            [this, thread](const SVirusInfo &) {
+                const int handOut = ++m_handOuts;
+                if (handOut == 1) {
+                    thread->setReady();
+                } else if (handOut == 2) {
+                    m_heldInside.release();
+                    m_releaseInside.acquire();
+                }
+            },
+            Qt::DirectConnection);
+        for (const char *name : {"a", "b", "c"})
+            thread->addVirusInfo(threat(QLatin1String(name)));
+        thread->start(QThread::InheritPriority);
+
+        // A receiver connected directly re-arms inside the emission: the clear that follows
+        // overrules it, and nothing comes out over two more ticks.
+        QTRY_COMPARE_WITH_TIMEOUT(m_handOuts.load(), 1, 3000);
+        QTest::qWait(2500);
+        QCOMPARE(m_handOuts.load(), 1);
+        QCOMPARE(thread->pendingCount(), 2);
+
+        // The GUI thread re-arms while the thread is still inside the emission, as the bridge does
+        // when it shows the box before the thread gets to run again: that re-arm is kept.
+        thread->setReady();
+        QVERIFY(m_heldInside.tryAcquire(1, 3000));
+        thread->setReady();
+        m_releaseInside.release();
+        QTRY_COMPARE_WITH_TIMEOUT(m_handOuts.load(), 3, 3000);
+        QCOMPARE(thread->pendingCount(), 0);
     }
 };
 
