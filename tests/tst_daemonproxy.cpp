@@ -6,6 +6,8 @@
 #include <QJsonArray>
 #include <QSignalSpy>
 
+#include <functional>
+
 namespace {
 const QString kService = QStringLiteral("com.vorn.virus");
 const QString kPath = QStringLiteral("/daemon");
@@ -147,126 +149,86 @@ private slots:
         }
     }
 
-    void everyMethodOnTheWire_data()
-    {
-        QTest::addColumn<QString>("method");
-        QTest::addColumn<QString>("signature");
-        QTest::addColumn<QJsonArray>("args");
-        QTest::addColumn<int>("reply");
-
-        QTest::newRow("add_quarantineFile") << "add_quarantineFile"
-                                            << "a(ss)" << json(R"([[["/q/a","EICAR"],["",""]]])") << 1;
-        QTest::newRow("add_trustExtension") << "add_trustExtension"
-                                            << "as" << json(R"([[".exe"]])") << 0;
-        QTest::newRow("add_trustFile") << "add_trustFile"
-                                       << "as" << json(R"([["/t/a",""]])") << 1;
-        QTest::newRow("begin_scan") << "begin_scan"
-                                    << "ias" << json(R"([2,["/home"]])") << 0;
-        QTest::newRow("delete_quarantineFile") << "delete_quarantineFile"
-                                               << "as" << json(R"([["/q/a","/none"]])") << 1;
-        QTest::newRow("delete_trustExtension") << "delete_trustExtension"
-                                               << "as" << json(R"([[".exe"]])") << 0;
-        QTest::newRow("delete_trustFile") << "delete_trustFile"
-                                          << "as" << json(R"([["/t/a"]])") << 0;
-        QTest::newRow("get_allEngineInfoList") << "get_allEngineInfoList"
-                                               << "" << json("[]") << 0;
-        QTest::newRow("get_allScanConfig") << "get_allScanConfig"
-                                           << "" << json("[]") << 0;
-        QTest::newRow("get_protectDate") << "get_protectDate"
-                                         << "" << json("[]") << 30;
-        QTest::newRow("get_quarantineFileList") << "get_quarantineFileList"
-                                                << "" << json("[]") << 0;
-        QTest::newRow("get_quarantineSize") << "get_quarantineSize"
-                                            << "" << json("[]") << 0;
-        QTest::newRow("get_scanMode") << "get_scanMode"
-                                      << "" << json("[]") << 0;
-        QTest::newRow("get_scanStatus") << "get_scanStatus"
-                                        << "" << json("[]") << 0;
-        QTest::newRow("get_trustExtensionList") << "get_trustExtensionList"
-                                                << "" << json("[]") << 0;
-        QTest::newRow("get_trustFileList") << "get_trustFileList"
-                                           << "" << json("[]") << 0;
-        QTest::newRow("restore_quarantineFile") << "restore_quarantineFile"
-                                                << "asi" << json(R"([["/none"],1])") << 1;
-        QTest::newRow("set_scanConfig") << "set_scanConfig"
-                                        << "ii" << json("[3,7]") << 0;
-        QTest::newRow("set_scanEngine") << "set_scanEngine"
-                                        << "s" << json(R"(["heuristic"])") << 0;
-        QTest::newRow("set_scanMode") << "set_scanMode"
-                                      << "i" << json("[2]") << 0;
-        QTest::newRow("set_scanStatus") << "set_scanStatus"
-                                        << "i" << json("[1]") << 0;
-        QTest::newRow("special_scan") << "special_scan"
-                                      << "ias" << json(R"([1,["/x"]])") << 0;
-        QTest::newRow("test") << "test"
-                              << "i" << json("[5]") << 5;
-    }
-
     void everyMethodOnTheWire()
     {
-        QFETCH(QString, method);
-        QFETCH(QString, signature);
-        QFETCH(QJsonArray, args);
-        QFETCH(int, reply);
+        using Call = std::function<QDBusPendingCall(VirusScanInterface &)>;
+        struct Case
+        {
+            const char *method;
+            Call call;
+            const char *signature;
+            const char *args;
+            int reply;
+        };
+        const QList<Case> table{
+            {"add_quarantineFile",
+             [](auto &p) {
+                 return p.add_quarantineFile({{"/q/a", "EICAR"}, {"", ""}});
+             },
+             "a(ss)", R"([[["/q/a","EICAR"],["",""]]])", 1},
+            {"add_trustExtension", [](auto &p) { return p.add_trustExtension({".exe"}); }, "as",
+             R"([[".exe"]])", 0},
+            {"add_trustFile",
+             [](auto &p) {
+                 return p.add_trustFile({"/t/a", ""});
+             },
+             "as", R"([["/t/a",""]])", 1},
+            {"begin_scan", [](auto &p) { return p.begin_scan(2, {"/home"}); }, "ias", R"([2,["/home"]])", 0},
+            {"delete_quarantineFile",
+             [](auto &p) {
+                 return p.delete_quarantineFile({"/q/a", "/none"});
+             },
+             "as", R"([["/q/a","/none"]])", 1},
+            {"delete_trustExtension", [](auto &p) { return p.delete_trustExtension({".exe"}); }, "as",
+             R"([[".exe"]])", 0},
+            {"delete_trustFile", [](auto &p) { return p.delete_trustFile({"/t/a"}); }, "as", R"([["/t/a"]])",
+             0},
+            {"get_allEngineInfoList", [](auto &p) { return p.get_allEngineInfoList(); }, "", "[]", 0},
+            {"get_allScanConfig", [](auto &p) { return p.get_allScanConfig(); }, "", "[]", 0},
+            {"get_protectDate", [](auto &p) { return p.get_protectDate(); }, "", "[]", 30},
+            {"get_quarantineFileList", [](auto &p) { return p.get_quarantineFileList(); }, "", "[]", 0},
+            {"get_quarantineSize", [](auto &p) { return p.get_quarantineSize(); }, "", "[]", 0},
+            {"get_scanMode", [](auto &p) { return p.get_scanMode(); }, "", "[]", 0},
+            {"get_scanStatus", [](auto &p) { return p.get_scanStatus(); }, "", "[]", 0},
+            {"get_trustExtensionList", [](auto &p) { return p.get_trustExtensionList(); }, "", "[]", 0},
+            {"get_trustFileList", [](auto &p) { return p.get_trustFileList(); }, "", "[]", 0},
+            {"restore_quarantineFile", [](auto &p) { return p.restore_quarantineFile({"/none"}, 1); }, "asi",
+             R"([["/none"],1])", 1},
+            {"set_scanConfig", [](auto &p) { return p.set_scanConfig(3, 7); }, "ii", "[3,7]", 0},
+            {"set_scanEngine", [](auto &p) { return p.set_scanEngine("heuristic"); }, "s", R"(["heuristic"])",
+             0},
+            {"set_scanMode", [](auto &p) { return p.set_scanMode(2); }, "i", "[2]", 0},
+            {"set_scanStatus", [](auto &p) { return p.set_scanStatus(1); }, "i", "[1]", 0},
+            {"special_scan", [](auto &p) { return p.special_scan(1, {"/x"}); }, "ias", R"([1,["/x"]])", 0},
+            {"test", [](auto &p) { return p.test(5); }, "i", "[5]", 5},
+        };
 
+        // Each call as "method signature args -> reply", as the stand-in received and answered it.
         VirusScanInterface proxy(kService, kPath, QDBusConnection::systemBus());
-        m_daemon.control(QStringLiteral("ClearCalls"));
-        QDBusPendingReply<int> pending;
-        if (method == "add_quarantineFile")
-            pending = proxy.add_quarantineFile({{"/q/a", "EICAR"}, {"", ""}});
-        else if (method == "add_trustExtension")
-            pending = proxy.add_trustExtension({".exe"});
-        else if (method == "add_trustFile")
-            pending = proxy.add_trustFile({"/t/a", ""});
-        else if (method == "begin_scan")
-            pending = proxy.begin_scan(2, {"/home"});
-        else if (method == "delete_quarantineFile")
-            pending = proxy.delete_quarantineFile({"/q/a", "/none"});
-        else if (method == "delete_trustExtension")
-            pending = proxy.delete_trustExtension({".exe"});
-        else if (method == "delete_trustFile")
-            pending = proxy.delete_trustFile({"/t/a"});
-        else if (method == "get_allEngineInfoList")
-            pending = proxy.get_allEngineInfoList();
-        else if (method == "get_allScanConfig")
-            pending = proxy.get_allScanConfig();
-        else if (method == "get_protectDate")
-            pending = proxy.get_protectDate();
-        else if (method == "get_quarantineFileList")
-            pending = proxy.get_quarantineFileList();
-        else if (method == "get_quarantineSize")
-            pending = proxy.get_quarantineSize();
-        else if (method == "get_scanMode")
-            pending = proxy.get_scanMode();
-        else if (method == "get_scanStatus")
-            pending = proxy.get_scanStatus();
-        else if (method == "get_trustExtensionList")
-            pending = proxy.get_trustExtensionList();
-        else if (method == "get_trustFileList")
-            pending = proxy.get_trustFileList();
-        else if (method == "restore_quarantineFile")
-            pending = proxy.restore_quarantineFile({"/none"}, 1);
-        else if (method == "set_scanConfig")
-            pending = proxy.set_scanConfig(3, 7);
-        else if (method == "set_scanEngine")
-            pending = proxy.set_scanEngine("heuristic");
-        else if (method == "set_scanMode")
-            pending = proxy.set_scanMode(2);
-        else if (method == "set_scanStatus")
-            pending = proxy.set_scanStatus(1);
-        else if (method == "special_scan")
-            pending = proxy.special_scan(1, {"/x"});
-        else if (method == "test")
-            pending = proxy.test(5);
-        pending.waitForFinished();
-        QVERIFY2(!pending.isError(), qPrintable(pending.error().message()));
-        QCOMPARE(pending.argumentAt<0>(), reply);
-
-        const QList<QJsonObject> calls = m_daemon.calls();
-        QCOMPARE(calls.size(), 1);
-        QCOMPARE(calls.first().value("method").toString(), method);
-        QCOMPARE(calls.first().value("signature").toString(), signature);
-        QCOMPARE(calls.first().value("args").toArray(), args);
+        QStringList expected;
+        QStringList actual;
+        for (const Case &row : table) {
+            m_daemon.control(QStringLiteral("ClearCalls"));
+            QDBusPendingReply<int> pending = row.call(proxy);
+            pending.waitForFinished();
+            expected << QStringLiteral("%1 %2 %3 -> %4")
+                            .arg(row.method, row.signature,
+                                 QString::fromUtf8(
+                                     QJsonDocument(json(row.args)).toJson(QJsonDocument::Compact)))
+                            .arg(row.reply);
+            const QList<QJsonObject> calls = m_daemon.calls();
+            QString line = QStringLiteral("%1 call(s)").arg(calls.size());
+            if (calls.size() == 1)
+                line = QStringLiteral("%1 %2 %3")
+                           .arg(calls.first().value("method").toString(),
+                                calls.first().value("signature").toString(),
+                                QString::fromUtf8(QJsonDocument(calls.first().value("args").toArray())
+                                                      .toJson(QJsonDocument::Compact)));
+            actual << line + " -> " +
+                          (pending.isError() ? pending.error().message()
+                                             : QString::number(pending.argumentAt<0>()));
+        }
+        QCOMPARE(actual, expected);
     }
 
     void recordReplies()
