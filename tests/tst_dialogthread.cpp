@@ -68,10 +68,12 @@ private slots:
 
         QTRY_COMPARE_WITH_TIMEOUT(recorder->names.size(), 3, 6000);
         QCOMPARE(recorder->names, (QStringList{"first", "second", "third"}));
-        // The first comes at the first tick; each next one a tick after the re-arming.
-        QVERIFY2(recorder->times.at(0) <= 1500, qPrintable(QString::number(recorder->times.at(0))));
+        // The first comes at the first tick, before the second would; each next one a tick after
+        // the re-arming. The times are taken on the GUI thread, which a loaded machine may run
+        // late, hence the margins.
+        QVERIFY2(recorder->times.at(0) < 1900, qPrintable(QString::number(recorder->times.at(0))));
         for (int i = 1; i < 3; ++i)
-            QVERIFY2(recorder->times.at(i) - recorder->times.at(i - 1) >= 900,
+            QVERIFY2(recorder->times.at(i) - recorder->times.at(i - 1) >= 700,
                      qPrintable(QString::number(recorder->times.at(i) - recorder->times.at(i - 1))));
         QCOMPARE(thread->pendingCount(), 0);
         QTRY_COMPARE(m_log.operations().count("CVirusDbusMiddle: authDialog already exec"), 3);
