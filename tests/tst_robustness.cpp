@@ -84,7 +84,7 @@ private slots:
         cleared << QStringLiteral("/etc/shadow");
         sendAsStranger(cleared);
         announce("real", "/home/u/real");
-        QTRY_COMPARE_WITH_TIMEOUT(threatNames(from).size(), 1, 5000);
+        QTRY_COMPARE_WITH_TIMEOUT(threatNames(from).size(), 1, 10000);
         QCOMPARE(threatNames(from), QStringList{"Virus name:real"});
         // The spoofed cleared file raised no quarantine notice (the only box with an empty-keyed Trust).
         for (const QJsonObject &box : m_test.boxes().mid(from)) {
@@ -120,7 +120,7 @@ private slots:
         m_test.peers.riskbox.control("EmitRaw", {"signalResult", raw({})});
         // The next good signal from the daemon is the first that shows.
         announce("after", "/after");
-        QTRY_COMPARE_WITH_TIMEOUT(threatNames(from).size(), 1, 5000);
+        QTRY_COMPARE_WITH_TIMEOUT(threatNames(from).size(), 1, 10000);
         QCOMPARE(threatNames(from), QStringList{"Virus name:after"});
         QVERIFY(m_test.settle());
         QCOMPARE(m_test.bridge->answersHandled(), handled);
@@ -152,7 +152,7 @@ private slots:
         QFETCH(QString, path);
         const int from = m_test.boxes().size();
         announce(name, path);
-        QTRY_COMPARE_WITH_TIMEOUT(threatBoxes(from).size(), 1, 5000);
+        QTRY_COMPARE_WITH_TIMEOUT(threatBoxes(from).size(), 1, 10000);
         const QJsonObject box = threatBoxes(from).first();
         QCOMPARE(BridgeTest::contents(box),
                  (QStringList{"Discover virus threat", "Virus name:" + name, "Virus Path:" + path}));
@@ -192,7 +192,7 @@ private slots:
     {
         const int from = m_test.boxes().size();
         announce("pending", "/h/pending");
-        QTRY_COMPARE_WITH_TIMEOUT(threatNames(from), QStringList{"Virus name:pending"}, 5000);
+        QTRY_COMPARE_WITH_TIMEOUT(threatNames(from), QStringList{"Virus name:pending"}, 10000);
         const int id = threatBoxes(from).first().value("id").toInt();
 
         // Gone while the answer is handled: the calls fail soft with their specified results.
@@ -211,7 +211,7 @@ private slots:
         QVERIFY(m_test.peers.daemon.start());
         const int again = m_test.boxes().size();
         announce("back", "/h/back");
-        QTRY_COMPARE_WITH_TIMEOUT(threatNames(again), QStringList{"Virus name:back"}, 5000);
+        QTRY_COMPARE_WITH_TIMEOUT(threatNames(again), QStringList{"Virus name:back"}, 10000);
     }
 
     // Last: the queue it leaves behind drains for hours.
@@ -226,10 +226,10 @@ private slots:
                 "Emit", {"signal_showAuthDialog", QStringList{QString::number(i), "", "/f", "false"}});
         // Every threat is either queued or already handed out, none lost, the same path repeated included.
         QTRY_COMPARE_WITH_TIMEOUT(m_test.bridge->pendingThreats() + handedOut().size(), count, 60000);
-        QTRY_VERIFY_WITH_TIMEOUT(handedOut().size() >= 3, 6000);
+        QTRY_VERIFY_WITH_TIMEOUT(handedOut().size() >= 3, 10000);
         QCOMPARE(handedOut().mid(0, 3), (QStringList{"Virus name:0", "Virus name:1", "Virus name:2"}));
         // A threat the thread has just taken is in neither count until its box is up.
-        QTRY_COMPARE_WITH_TIMEOUT(m_test.bridge->pendingThreats() + handedOut().size(), count, 5000);
+        QTRY_COMPARE_WITH_TIMEOUT(m_test.bridge->pendingThreats() + handedOut().size(), count, 10000);
     }
 };
 
