@@ -13,7 +13,7 @@ const char kUsage[] = R"(usage: vorn-standin-ctl daemon|riskbox COMMAND [ARG...]
 
 daemon commands (service com.vorn.virus):
   emit SIGNAL [ARG...]             emit a daemon signal; see vorn-standin-daemon --help
-  emit-many COUNT SIGNAL [ARG...]  the same, COUNT times in a row
+  emit-many COUNT SIGNAL [ARG...]  the same, COUNT times in a row ({n} in an ARG: 0, 1, ...)
   fail METHOD [ERROR [MESSAGE]]    answer METHOD with a D-Bus error
   force METHOD VALUE               answer METHOD with VALUE
   short METHOD VALUE               answer METHOD with VALUE alone

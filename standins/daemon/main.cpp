@@ -20,7 +20,7 @@ and a scan configuration, and prints each call and reply on standard output.
 
 Control interface: object "/control", interface "com.vorn.standin.Control":
   Emit(s signal, as args)        emit a daemon signal from "/daemon" (arguments as for "emit" below)
-  EmitMany(s signal, as args, i n) the same, N times in a row (for floods)
+  EmitMany(s signal, as args, i n) the same, N times in a row; {n} in an arg counts 0, 1, ...
   EmitRaw(s member, av args)     emit MEMBER from "/daemon" with exactly these values, whatever
                                  their signature (for tests of malformed signals)
   Fail(s method, s error, s msg) answer METHOD with a D-Bus error (empty error/msg: a default one)

@@ -426,8 +426,9 @@ void VirusDaemonStandIn::EmitMany(const QString &signal, const QStringList &args
         return;
     }
     // The first emission validates the arguments; a refused one sends the error and stops here.
+    // "{n}" in an argument becomes the emission's number, counted from 0.
     for (int i = 0; i < count && !isDelayedReply(); ++i)
-        Emit(signal, args);
+        Emit(signal, QStringList(args).replaceInStrings(QStringLiteral("{n}"), QString::number(i)));
 }
 
 void VirusDaemonStandIn::EmitRaw(const QString &member, const QVariantList &args)

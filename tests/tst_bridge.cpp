@@ -1,0 +1,383 @@
+// The bridge against the two stand-ins: the boxes it raises and their failures, the user's answers
+// to each kind of box, the trust-zone and quarantine operations, the relay, and its risk-box client.
+#include "harness.h"
+
+#include <QSignalSpy>
+#include <climits>
+#include <functional>
+
+namespace {
+
+const QString kNameLine = QStringLiteral("Virus name:% 1, click to view details");
+
+// One answer to one box: the box (kind and file; threats are named EICAR), faults injected before
+// the answer, the state answered, then what follows: the boxes shown (headline, and the entry
+// remembered for an answer as "kind|name|detail|path|flag"), the message box, whether the box
+// stays remembered, the daemon calls and the events after the start event (and, for threat boxes,
+// the kind-3 event). {id} is the box answered, {next} the one after it.
+struct Answer
+{
+    int kind;
+    const char *file, *faults;
+    int state;
+    const char *shown, *modal;
+    bool kept;
+    const char *calls;
+    QStringList events;
+};
+
+// clang-format off
+const QList<Answer> kAnswers{
+    {0, "/q/o", "", 1, "Are you sure to move to the trust zone? 1|||/q/o|0", "", false, "", {"@slot_ResultSignal id:{id} state:1  iVirusType:0 state:1", "!show_selectVirusBoxNotify strVirusName:/q/o"}},
+    {0, "/q/o", "", 0, "", "", false, "", {"@slot_ResultSignal id:{id} state:0  iVirusType:0 state:0"}},
+    {0, "/q/o", "", 2, "", "", false, "", {"@slot_ResultSignal id:{id} state:2  iVirusType:0 state:2"}},
+    {1, "/q/f", "", 2, "", "", false, R"(add_trustFile [["/q/f"]]; restore_quarantineFile [["/q/f"],1])", {"+/q/f Successfully", "@slot_ResultSignal id:{id} state:2  iVirusType:1 state:2 ret:0"}},
+    {1, "/q/f", "d:add_trustFile=1", 2, "Could not successfully move to the trust zone, please try again? 2||||0", "Failed to add to trust zone", false, R"(add_trustFile [["/q/f"]]; restore_quarantineFile [["/q/f"],1])", {"+/q/f failed", "@slot_ResultSignal id:{id} state:2  iVirusType:1 state:2 ret:-1", "!Failed to add file to trust zone."}},
+    {1, "/q/f", "", 1, "", "", false, "", {}},
+    {1, "/q/f", "", 3, "", "", false, "", {}},
+    {2, "/q/r", "", 1, "", "", false, R"(add_trustFile [["/q/r"]]; restore_quarantineFile [["/q/r"],1])", {"+/q/r Successfully", "@slot_ResultSignal id:{id} state:1  iVirusType:2 state:1 ret:0"}},
+    {2, "/q/r", "d:add_trustFile=1", 1, "", "Failed to add to trust zone", false, R"(add_trustFile [["/q/r"]]; restore_quarantineFile [["/q/r"],1])", {"+/q/r failed", "@slot_ResultSignal id:{id} state:1  iVirusType:2 state:1 ret:-1", "!Failed to add file to trust zone."}},
+    {2, "/q/r", "", 2, "", "", false, "", {}},
+    {2, "/q/r", "", 0, "", "", false, "", {}},
+    {3, "/h/e", "", 1, "The virus has been cleared and backed up to the quarantine area", "", false, R"(add_quarantineFile [[["/h/e","EICAR"]]])", {"@CAuthDialog: Click deal right now", "$1,0"}},
+    {3, "/h/t", "", -1, "The virus has been cleared and backed up to the quarantine area", "", false, R"(add_quarantineFile [[["/h/t","EICAR"]]])", {"@CAuthDialog: Click deal right now", "$1,0"}},
+    {3, "/h/r", "d:add_quarantineFile=-1", 1, "The virus has been cleared and backed up to the quarantine area", "", true, R"(add_quarantineFile [[["/h/r","EICAR"]]])", {"@CAuthDialog: Click deal right now", "$2,-1"}},
+    {3, "/h/p", "d:add_quarantineFile=1", 1, "The virus has been cleared and backed up to the quarantine area", "", false, R"(add_quarantineFile [[["/h/p","EICAR"]]])", {"@CAuthDialog: Click deal right now", "$0,1"}},
+    {3, "/h/n", "r:create=-1", 1, "", "", true, R"(add_quarantineFile [[["/h/n","EICAR"]]])", {"@CAuthDialog: Click deal right now", "$1,0", "!create_secRiskBox   iId:-1  iRet: 0   id:{id} state:1  iVirusType:3 state:1"}},
+    {3, "/h/b", "r:addButton!", 1, "", "", true, R"(add_quarantineFile [[["/h/b","EICAR"]]])", {"@CAuthDialog: Click deal right now", "$1,0", "!add_secRiskBoxAction   iId:{next}  iRet: -1   id:{id} state:1  iVirusType:3 state:1"}},
+    {3, "/h/e", "", 2, "", "", false, "", {"@CAuthDialog: Click not to process", "@Not for the time being"}},
+    {3, "/h/e", "", 3, "Moved to trust zone", "", false, R"(add_trustFile [["/h/e"]])", {"@CAuthDialog: Click trust", "+/h/e Successfully", "+/h/e Successfully"}},
+    {3, "/h/e", "d:add_trustFile=1", 3, "Moved to trust zone", "Failed to add to trust zone", true, R"(add_trustFile [["/h/e"]])", {"@CAuthDialog: Click trust", "+/h/e failed"}},
+    {3, "/h/e", "r:show!", 3, "", "", true, R"(add_trustFile [["/h/e"]])", {"@CAuthDialog: Click trust", "+/h/e Successfully", "!show_secRiskBox   iId:{next}  iRet: -1   id:{id} state:3  iVirusType:3 state:3"}},
+    {3, "/h/e", "", 0, "", "", false, "", {}},
+    {3, "/h/e", "", 9, "", "", false, "", {}},
+};
+// clang-format on
+
+} // namespace
+
+class TestBridge : public QObject
+{
+    Q_OBJECT
+
+private:
+    BridgeTest m_test;
+
+    // "kind|name|detail|path|flag" of the entry remembered for a box, empty if there is none.
+    QString entry(int id) const
+    {
+        const SVirusBoxInfo e = m_test.bridge->pendingBoxes().value(id);
+        if (!m_test.bridge->pendingBoxes().contains(id))
+            return QString();
+        return QStringLiteral("%1|%2|%3|%4|%5")
+            .arg(e.iVirusType)
+            .arg(e.virusName, e.virusDetail, e.virusPath)
+            .arg(e.virusFlag);
+    }
+
+private slots:
+    void initTestCase() { QVERIFY(m_test.start()); }
+    void init() { QVERIFY(m_test.reset()); }
+
+    void eachBuilderDrawsItsBox()
+    {
+        // clang-format off
+        const QStringList boxes{
+            "1: The virus has been cleared and backed up to the quarantine area / " + kNameLine + " [vorn-defender --virus-protect=default, Trust=] fold 1",
+            "1: Are you sure to move to the trust zone? / " + kNameLine + " [vorn-defender --virus-protect=default, Cancel=1, Confirm=2] fold 1",
+            "1: Could not successfully move to the trust zone, please try again? / " + kNameLine + " [vorn-defender --virus-protect=default, Trust=] fold 1",
+            "0: Discover virus threat / Virus name:Trojan.Y / Virus Path:/home/u/f [Clear Now=1, Not for the time being=2, Trust=3] timeout 10"};
+        // clang-format on
+        // Kind 0 keeps its argument as the name, kinds 1 and 2 as the path: the answers rely on it.
+        const QStringList entries{"0|/home/u/f|||0", "1|||/home/u/f|0", "2|||/home/u/f|0",
+                                  "3|Trojan.Y|the detail|/home/u/f|1"};
+        for (int kind = 0; kind <= 3; ++kind) {
+            QCOMPARE(m_test.raise(kind, "/home/u/f", "Trojan.Y", "the detail"), 0);
+            const QJsonObject box = m_test.boxes().last();
+            QCOMPARE(BridgeTest::describe(box), boxes.at(kind));
+            QCOMPARE(box["appName"].toString() + ' ' + box["title"].toString(),
+                     QStringLiteral("vorn-defender Security Center"));
+            QCOMPARE(entry(box["id"].toInt()), entries.at(kind));
+        }
+    }
+
+    void failureAtEachStep()
+    {
+        // The box kind, the fault -> the builder's result, what it prints ({id}: the box created).
+        const QString failed = "method:%1  调用失败：response.type():3 \n";
+        // clang-format off
+        const QList<std::tuple<int, const char *, int, QString>> rows{
+            {0, "r:create=-1", -1, "slot_sysPop file:/f\ncreate_secRiskBox iId: -1\n"},
+            {3, "r:create=-7", -7, "create_secRiskBox iId: -7\n"},
+            {1, "r:create!", -1, "show_selectVirusBoxNotify strVirusName: /f\n" + failed.arg("create") + "create_secRiskBox iId: -1\n"},
+            {2, "r:addButton!", -1, "show_retryVirusBoxNotify strVirusName: /f\n" + failed.arg("addButton") + "add_secRiskBoxAction iId:{id} iRet: -1\n"},
+            {0, "r:setNotifyFold!", -1, "slot_sysPop file:/f\n" + failed.arg("setNotifyFold") + "set_secRiskBoxFold iId:{id} iRet: -1\n"},
+            {3, "r:setTimeout!", -1, failed.arg("setTimeout") + "set_secRiskBoxTimeout iId:{id} iRet: -1\n"},
+            {3, "r:show!", -1, failed.arg("show") + "show_secRiskBox iId:{id}  iRet: -1\n"}};
+        // clang-format on
+        for (const auto &[kind, fault, result, printed] : rows) {
+            QVERIFY(m_test.reset());
+            const auto before = m_test.bridge->pendingBoxes().keys();
+            const int boxes = m_test.boxes().size();
+            m_test.fault(fault);
+            StdoutCapture out;
+            QCOMPARE(m_test.raise(kind, "/f"), result);
+            const int id = m_test.boxes().size() > boxes ? m_test.lastId() : -1;
+            QCOMPARE(out.text(), QString(printed).replace("{id}", QString::number(id)));
+            // A failed box is not remembered, and nothing of it reaches the security log (kind 1
+            // logs its request first).
+            QCOMPARE(m_test.bridge->pendingBoxes().keys(), before);
+            QCOMPARE(m_test.events().size(), kind == 1 ? 1 : 0);
+        }
+    }
+
+    void answers()
+    {
+        for (const Answer &row : kAnswers) {
+            const QByteArray where = QStringLiteral("kind %1, state %2, faults \"%3\": ")
+                                         .arg(row.kind)
+                                         .arg(row.state)
+                                         .arg(row.faults)
+                                         .toUtf8();
+            QVERIFY(m_test.reset());
+            QCOMPARE(m_test.raise(row.kind, row.file), 0);
+            const int id = m_test.lastId(), boxes = m_test.boxes().size();
+            m_test.log.clear();
+            m_test.fault(row.faults);
+            ModalCloser closer;
+            m_test.answer(id, row.state);
+            QVERIFY(waitFor([&] { return closer.seen.size() == (*row.modal ? 1 : 0); }));
+            QVERIFY2(m_test.settle(), where + "not handled");
+
+            QStringList events{QStringLiteral("@slot_ResultSignal start! id:{id} state:%1").arg(row.state)};
+            if (row.kind == 3)
+                events << QStringLiteral("@iVirusType == 3  id:{id} state:%1  iVirusType:3 state:%1")
+                              .arg(row.state);
+            for (QString &event : events << row.events)
+                event = expand(event)
+                            .replace("{id}", QString::number(id))
+                            .replace("{next}", QString::number(id + 1));
+            QVERIFY2(m_test.events() == events, where + m_test.events().join("\n").toUtf8());
+            QVERIFY2(m_test.daemon.calls().join("; ") == row.calls,
+                     where + m_test.daemon.calls().join("; ").toUtf8());
+            QVERIFY2(m_test.bridge->pendingBoxes().contains(id) == row.kept,
+                     where + "kept or removed wrongly");
+            QStringList shown;
+            for (const QJsonObject &box : m_test.boxes().mid(boxes))
+                if (box["shown"].toBool())
+                    shown << (box["contents"][0].toString() + ' ' + entry(box["id"].toInt())).trimmed();
+            QVERIFY2(shown.join('/') == row.shown, where + shown.join('/').toUtf8());
+            QCOMPARE(closer.seen.value(0).value(3), QString(row.modal));
+            if (*row.modal)
+                QCOMPARE(closer.seen.first().last(),
+                         QStringLiteral("stays")); // closing it must not end the agent
+        }
+    }
+
+    void answersForUnknownIds()
+    {
+        const auto before = m_test.bridge->pendingBoxes().keys();
+        QStringList expected;
+        for (int id : {7, 0, -1, INT_MAX, INT_MIN}) {
+            m_test.answer(id, id == 7 ? 1 : -7);
+            expected << expand(QStringLiteral("!slot_ResultSignal  virusMap is err! id:%1 state:%2")
+                                   .arg(id)
+                                   .arg(id == 7 ? 1 : -7));
+        }
+        QVERIFY(m_test.settle());
+        QCOMPARE(m_test.events(), expected);
+        QCOMPARE(m_test.bridge->pendingBoxes().keys(), before);
+    }
+
+    void operations()
+    {
+        CVirusDbusMiddle *b = m_test.bridge;
+        QSignalSpy dealFinish(b, SIGNAL(signal_dealFinish(int)));
+        STrustFileInfoList trusted{{"keep", "", 0, false}};
+        SScanConfigInfo config;
+        SEngineInfoList engines;
+        const QString some = "msgFail:Failed to add some files to the trust zone",
+                      all = "msg:Failed to add to trust zone";
+        // fault, operation -> its result, the events ("+", "$": as above; "-" an event of the
+        // trust-zone delete; "ok:", "no:" a coded record of success or failure), the message box.
+        // Daemon operations answer "0 or -1" for a reply of 0 or another, or the reply as it stands.
+        // clang-format off
+        const QList<std::tuple<const char *, std::function<int()>, int, QStringList, QString>> table{
+            {"", [&] { return b->addTrustFiles({}); }, 0, {}, ""},
+            {"", [&] { return b->addTrustFiles({"/t/1", "/t/2"}); }, 0, {"+/t/1 Successfully", "+/t/2 Successfully"}, ""},
+            {"d:add_trustFile=2", [&] { return b->addTrustFiles({}); }, -1, {}, some},
+            {"d:add_trustFile=1", [&] { return b->addTrustFiles({"/t/a", "/t/b", "/t/c"}); }, -1, {"+/t/a failed", "+/t/b failed", "+/t/c failed"}, some},
+            {"d:add_trustFile=3", [&] { return b->addTrustFiles({"/t/a", "/t/b", "/t/c"}); }, -1, {"+/t/a failed", "+/t/b failed", "+/t/c failed"}, all},
+            {"", [&] { return b->deleteTrustFiles({"/t/1", "/t/2"}); }, 0, {"-/t/1 Successfully", "-/t/2 Successfully"}, ""},
+            {"", [&] { return b->deleteTrustFiles({"/t/none"}); }, 1, {"-/t/none failed"}, ""},
+            {"", [&] { return b->addTrustExtensions({".exe", ".bat"}); }, 0, {"ok:Add file extension .exe to trust zone.", "ok:Add file extension .bat to trust zone."}, ""},
+            {"d:add_trustExtension=1", [&] { return b->addTrustExtensions({".sh"}); }, 1, {"no:Add file extension .sh to trust zone."}, ""},
+            {"", [&] { return b->deleteTrustExtensions({".exe"}); }, 0, {"ok:Delete the file extension of the trust zone:  .exe"}, ""},
+            {"", [&] { return b->deleteTrustExtensions({".none"}); }, 1, {"no:Delete the file extension of the trust zone:  .none"}, ""},
+            {"", [&] { return b->add_quarantineFile({{"/q/1", "V1"}, {"/q/2", "V2"}, {"", "V3"}}); }, 1, {"$2,1"}, ""},
+            {"d:add_quarantineFile=-1", [&] { return b->add_quarantineFile({{"/q/3", "V"}}); }, -1, {"$2,-1"}, ""},
+            {"d:add_quarantineFile!", [&] { return b->dealThreats({{"/q/4", "V"}}); }, 0, {"$1,0"}, ""}, // a failed call reads as 0
+            {"", [&] { return b->deleteQuarantineFiles({"/q/1"}); }, 0, {"ok:Delete quarantine file:  /q/1"}, ""},
+            {"d:delete_quarantineFile=-1", [&] { return b->deleteQuarantineFiles({"/q/x", "/q/y"}); }, -1, {"no:Delete quarantine file:  /q/x", "no:Delete quarantine file:  /q/y"}, ""},
+            {"", [&] { return b->restoreQuarantineFiles({"/q/2", "/q/none"}, 1); }, 1, {}, ""},
+            {"", [&] { return b->get_protectDate(); }, 30, {}, ""},
+            {"", [&] { return b->set_scanMode(3) - b->get_scanMode(); }, -3, {}, ""},
+            {"", [&] { return b->set_scanStatus(1) * 10 + b->get_scanStatus(); }, 1, {}, ""},
+            {"", [&] { return b->set_scanEngine("heuristic") * 10 + b->set_scanEngine("nonesuch"); }, -1, {}, ""},
+            {"", [&] { return b->set_scanConfig(2, 9) * 10 + b->set_scanConfig(11, 9); }, -1, {}, ""},
+            {"", [&] { return b->begin_scan(1, {"/home"}); }, 0, {}, ""},
+            {"d:begin_scan=7", [&] { return b->begin_scan(1, {"/home"}); }, -1, {}, ""},
+            {"d:get_quarantineSize=5", [&] { return b->get_quarantineSize(); }, 5, {}, ""},
+            {"", [&] { return b->get_allScanConfig(config) * 10 + config.value2; }, 9, {}, ""},
+            {"", [&] { return b->get_allEngineInfoList(engines) * 10 + engines.size(); }, 2, {}, ""},
+            {"d:get_trustFileList=4", [&] { return b->get_trustFileList(trusted); }, -1, {}, ""},
+            // A transport error reads as 0, with the target untouched.
+            {"d:get_trustFileList!", [&] { return b->get_trustFileList(trusted = {{"keep", "", 0, false}}) * 10 + trusted.size(); }, 1, {}, ""}};
+        // clang-format on
+        const QString program = QFileInfo(QCoreApplication::arguments().first()).fileName();
+        for (const auto &[fault, operation, result, expectedEvents, box] : table) {
+            QVERIFY(m_test.reset());
+            m_test.fault(fault);
+            ModalCloser closer;
+            QCOMPARE(operation(), result);
+            QStringList events;
+            for (const QString &event : expectedEvents)
+                events << (event.startsWith('-') ? "Delete trust zone file|Delete file" +
+                                                       event.mid(1).replace(' ', " in the trust zone ") + "|3"
+                           : event.startsWith("ok:") ? event.mid(3) + "|operation successful|3"
+                           : event.startsWith("no:") ? event.mid(3) + "|operation failed|1"
+                                                     : expand(event));
+            QCOMPARE(m_test.events(), events);
+            const QString name =
+                program + "_CVirusDbusMiddle_QMessageBox_" + box.section(':', 0, 0) + "_vorn-virus-scan";
+            const QString critical = QString::number(QMessageBox::Critical),
+                          yes = QString::number(QMessageBox::YesRole);
+            QList<QStringList> boxes;
+            if (!box.isEmpty())
+                boxes << QStringList{name,   name, "", box.section(':', 1), critical, "Confirm/" + yes,
+                                     "stays"};
+            QCOMPARE(closer.seen, boxes);
+        }
+        // Only a quarantine the daemon did not refuse reports the end of dealing.
+        QCOMPARE(QList<QVariantList>(dealFinish), QList<QVariantList>{{1}});
+        QCOMPARE(trusted.value(0).text1, QStringLiteral("keep"));
+    }
+
+    void relayAndWarning()
+    {
+        // Each relay slot emits its signal once with the argument unchanged, and does nothing else.
+        CVirusDbusMiddle *b = m_test.bridge;
+        QStringList relayed;
+        connect(b, &CVirusDbusMiddle::signal_fastItemChanged, this,
+                [&](int v) { relayed << QString::number(v); });
+        connect(b, &CVirusDbusMiddle::signal_customItemStartScan, this, [&](QString v) { relayed << v; });
+        connect(b, &CVirusDbusMiddle::signal_fasetItemEnd, this,
+                [&](SScanItemVirusInfo v) { relayed << v.text; });
+        connect(b, &CVirusDbusMiddle::signal_scanEnd, this,
+                [&](SVirusInfoList v) { relayed << v.value(0).virusPath; });
+        connect(b, &CVirusDbusMiddle::signal_dealFinish, this, [&](int v) { relayed << QString::number(v); });
+        connect(b, &CVirusDbusMiddle::signal_scanDetailInfo, this,
+                [&](SScaningInfo v) { relayed << QString::number(v.number2); });
+        connect(b, &CVirusDbusMiddle::signal_rightBeginScanMiddle, this, [&](QString v) { relayed << v; });
+        b->slot_scanItemBegin(4);
+        b->slot_customItemBegin("/scan/me");
+        b->slot_scanItemEnd(SScanItemVirusInfo{1, 2, "t"});
+        b->slot_scanFinished(SVirusInfoList{{"n", "d", "p", true}});
+        b->slot_dealFinished(2);
+        b->slot_scanDetailInfo(SScaningInfo{"s", 5, 6});
+        b->slot_rightScanBegin("/right");
+        disconnect(b, nullptr, this, nullptr);
+        QCOMPARE(relayed, (QStringList{"4", "/scan/me", "t", "p", "2", "6", "/right"}));
+        QVERIFY(m_test.events().isEmpty() && m_test.daemon.calls().isEmpty());
+
+        ModalCloser closer;
+        b->slot_rightClicked();
+        QCOMPARE(closer.seen.value(0).mid(2),
+                 (QStringList{"Warning", "Scanning in progress, please try again later.",
+                              QString::number(QMessageBox::Warning),
+                              "OK/" + QString::number(QMessageBox::AcceptRole), "stays"}));
+    }
+
+    void riskBoxClient()
+    {
+        QList<QVariant> reply{42};
+        m_test.fault("r:show!");
+        StdoutCapture out;
+        QCOMPARE(m_test.bridge->callNotifyMethod(reply, "show", {1}), -1);
+        QCOMPARE(out.text(), QStringLiteral("method:show  调用失败：response.type():3 \n"));
+        QCOMPARE(reply, QList<QVariant>{42});
+
+        // fault, contents, result ("id": the box created), the content calls after create ({id}: that box)
+        // clang-format off
+        const QList<QStringList> rows{
+            {"", "a b", "id", R"(addContent [{id},"a"]; addContent [{id},"b"])"}, {"", "", "id", ""},
+            {"r:create=0", "a", "0", R"(addContent [0,"a"])"}, {"r:create?", "a", "-1", ""}, {"r:create!", "a", "-1", ""},
+            {"r:create=-5", "a", "-5", ""}, {"r:addContent!1", "a b c", "-1", R"(addContent [{id},"a"]; addContent [{id},"b"])"}};
+        // clang-format on
+        for (const QStringList &row : rows) {
+            QVERIFY(m_test.reset());
+            m_test.fault(row.at(0));
+            const int id = m_test.bridge->create_secRiskBox(0, row.at(1).split(' ', Qt::SkipEmptyParts));
+            const QString created = QString::number(m_test.lastId());
+            QCOMPARE(QString::number(id), row.at(2) == "id" ? created : row.at(2));
+            QCOMPARE(m_test.riskbox.calls().join("; "),
+                     QString(R"(create [0,"vorn-defender","Security Center"]; )" + row.at(3))
+                         .replace("{id}", created)
+                         .remove(QRegularExpression("; $")));
+        }
+
+        // Pairs of text and key, an unpaired last entry never sent; the second of three failing stops there.
+        const int id = m_test.bridge->create_secRiskBox(1, {});
+        const QString n = QString::number(id);
+        m_test.riskbox.control("ClearCalls");
+        QCOMPARE(m_test.bridge->add_secRiskBoxAction(id, {}), 0);
+        QCOMPARE(m_test.bridge->add_secRiskBoxAction(id, {"cmd", "default", "Trust", "", "odd"}), 0);
+        QCOMPARE(m_test.bridge->set_secRiskBoxFold(id, 1), 0);
+        QCOMPARE(m_test.bridge->set_secRiskBoxTimeout(id, 10), 0);
+        QCOMPARE(m_test.bridge->show_secRiskBox(id), 0);
+        m_test.fault("r:addButton!1");
+        QCOMPARE(m_test.bridge->add_secRiskBoxAction(id, {"a", "1", "b", "2", "c", "3"}), -1);
+        QCOMPARE(m_test.riskbox.calls().join("; "),
+                 QString(R"(addButton [#,"cmd","default"]; addButton [#,"Trust",""]; )"
+                         R"(setNotifyFold [#,1]; setTimeout [#,10]; show [#]; )"
+                         R"(addButton [#,"a","1"]; addButton [#,"b","2"])")
+                     .replace("#", n));
+        m_test.fault("r:setNotifyFold! r:setTimeout!");
+        QCOMPARE(m_test.bridge->set_secRiskBoxFold(id, 1) + m_test.bridge->set_secRiskBoxTimeout(id, 10), -2);
+    }
+
+    // Last: takes the risk-box service away and brings it back.
+    void reconnectsWhenTheServiceReturns()
+    {
+        m_test.riskbox.stop();
+        // The bridge hears that the service left on its private connection: a round trip there puts
+        // that signal ahead, and the event loop then delivers it.
+        QDBusConnection privateConnection(
+            QStringLiteral("virus_dialog_conn_%1").arg(QCoreApplication::applicationPid()));
+        QVERIFY(!privateConnection.interface()->isServiceRegistered("com.tarsel.secriskbox").value());
+        QCoreApplication::processEvents();
+        StdoutCapture out;
+        QCOMPARE(m_test.bridge->create_secRiskBox(0, {"x"}) + m_test.bridge->create_secRiskBox(0, {"x"}), -2);
+        QCOMPARE(out.text(), QStringLiteral("DBus interface invalid, attempting to reConnectionDBus...\n"
+                                            "Failed to reConnection DBus interface\n")
+                                 .repeated(2));
+        // Each failed attempt is logged; the interface stays invalid and the next box tries again.
+        const QRegularExpression failed(
+            "^CVirusDbusMiddle reConnectionDBus failed: .{10,}\\|operation failed\\|1$");
+        QCOMPARE(m_test.log.summary().size(), 2);
+        QCOMPARE(m_test.log.summary().filter(failed).size(), 2);
+
+        // Seen back first, the interface made while the service was away turns valid but still has
+        // no signalResult: it must be rebuilt all the same, and answers reach the bridge again.
+        QVERIFY(m_test.riskbox.start());
+        QVERIFY(privateConnection.interface()->isServiceRegistered("com.tarsel.secriskbox").value());
+        QCoreApplication::processEvents();
+        m_test.log.clear();
+        QCOMPARE(m_test.raise(3, "/h/back"), 0);
+        m_test.answer(1, 2);
+        QVERIFY(waitFor([&] { return !m_test.bridge->pendingBoxes().contains(1); }));
+    }
+};
+
+QTEST_MAIN(TestBridge)
+#include "tst_bridge.moc"

@@ -1,0 +1,144 @@
+// Threats as the daemon announces them, through the dialog thread to the boxes: one at a time, in
+// order, none lost; spoofed, malformed and hostile signals; a flood.
+#include "harness.h"
+
+#include <QDBusVariant>
+
+class TestFlow : public QObject
+{
+    Q_OBJECT
+
+private:
+    BridgeTest m_test;
+
+    void announce(const QString &name, const QString &path)
+    {
+        m_test.daemon.control("Emit", {"signal_showAuthDialog", QStringList{name, "detail", path, "false"}});
+    }
+    // The threat boxes drawn since box `from` as "id name" (boxes that time out raise notices).
+    QStringList threats(int from) const
+    {
+        QStringList result;
+        for (const QJsonObject &box : m_test.boxes().mid(from))
+            if (box["contents"][0] == "Discover virus threat")
+                result << QString::number(box["id"].toInt()) + ' ' + box["contents"][1].toString().mid(11);
+        return result;
+    }
+    // Sent from another connection: routed by the bus before anything sent after this returns.
+    static void sendAsStranger(const QString &path, const QString &interface, const QString &member,
+                               const QVariantList &arguments)
+    {
+        QDBusMessage message = QDBusMessage::createSignal(path, interface, member);
+        message.setArguments(arguments);
+        QDBusConnection stranger = QDBusConnection::connectToBus(QDBusConnection::SystemBus, "stranger");
+        QVERIFY(stranger.send(message) &&
+                stranger.interface()->isServiceRegistered("org.freedesktop.DBus").value());
+    }
+
+private slots:
+    void initTestCase() { QVERIFY(m_test.start()); }
+    void init() { QVERIFY(m_test.reset()); }
+
+    void oneAtATimeInOrder()
+    {
+        // A threat box that could not be shown leaves the thread waiting: the next threats stay queued.
+        m_test.fault("r:show!");
+        for (const char *name : {"A", "B", "C", "D"})
+            announce(name, "/x");
+        QTRY_COMPARE_WITH_TIMEOUT(m_test.riskbox.calls().filter(QRegularExpression("^show ")).size(), 1,
+                                  10000);
+        QTest::qWait(2500);
+        QCOMPARE(m_test.bridge->pendingThreats(), 3);
+        // A threat box shown by hand re-arms the thread; the three follow in order, each box shown
+        // before the next one is created.
+        m_test.Peers::reset();
+        const int from = m_test.boxes().size();
+        QCOMPARE(m_test.raise(3, "/m", "manual"), 0);
+        QTRY_COMPARE_WITH_TIMEOUT(threats(from).size(), 4, 10000);
+        QCOMPARE(threats(from).join(',').remove(QRegularExpression("\\d+ ")), QStringLiteral("manual,B,C,D"));
+        const QStringList calls = m_test.riskbox.calls().filter(QRegularExpression("^(create|show) "));
+        QCOMPARE(calls.join(' ').remove(QRegularExpression(" \\[[^]]*\\]")),
+                 QString("create show ").repeated(4).trimmed());
+        QCOMPARE(
+            m_test.log.summary().count("CVirusDbusMiddle: authDialog already exec|operation successful|3"),
+            3);
+    }
+
+    void onlyWellFormedSignalsOfTheOwnersAreHeard()
+    {
+        const int from = m_test.boxes().size();
+        sendAsStranger("/daemon", "com.vorn.virus.daemon", "signal_showAuthDialog",
+                       {QVariant::fromValue(SVirusInfo{"spoofed", "", "/etc/passwd", false})});
+        sendAsStranger("/daemon", "com.vorn.virus.daemon", "signal_sysPop", {"/etc/shadow"});
+        auto raw = [](const QVariantList &values) {
+            QVariantList wrapped;
+            for (const QVariant &value : values)
+                wrapped << QVariant::fromValue(QDBusVariant(value));
+            return wrapped;
+        };
+        for (const QVariantList &args : {raw({"only", "two"}), raw({})})
+            m_test.daemon.control("EmitRaw", {"signal_showAuthDialog", args});
+        for (const QVariantList &args : {raw({42}), raw({"/a", "/b"})})
+            m_test.daemon.control("EmitRaw", {"signal_sysPop", args});
+        for (const QVariantList &args : {raw({1, 2}), raw({"1", "2", "3"}), raw({})})
+            m_test.riskbox.control("EmitRaw", {"signalResult", args});
+        announce("real", "/home/u/real");
+        QTRY_COMPARE_WITH_TIMEOUT(m_test.boxes().size(), from + 1, 10000);
+        const int id = threats(from).value(0).section(' ', 0, 0).toInt();
+        QCOMPARE(threats(from), QStringList{QString::number(id) + " real"});
+
+        sendAsStranger("/service", "com.tarsel.secriskbox", "signalResult", {id, 3, QString()});
+        QVERIFY(m_test.settle());
+        QVERIFY(m_test.events().filter("slot_ResultSignal").isEmpty());
+        m_test.answer(id, 2);
+        QVERIFY(m_test.settle());
+        QVERIFY(!m_test.bridge->pendingBoxes().contains(id));
+        QDBusConnection::disconnectFromBus("stranger");
+    }
+
+    void hostileTextsArriveExactly()
+    {
+        // clang-format off
+        const QList<QStringList> texts{
+            {"", ""}, {"<b>Bold</b><img src=x>", "/home/u/<i>x</i>.exe"}, {"line\nforged {\"entry\":\"x\"}", "/tmp/a\r\nb"},
+            {QString::fromUtf8("bell\x07 esc\x1b del\x7f"), QString::fromUtf8("/t/\x01\x1f")}, {"%1%2 %3", "/tmp/%1/%2 %9"},
+            {"Big", "/" + QString('p').repeated(65536)}, {QString::fromUtf8("病毒 \xf0\x9f\x90\x9b"), QString::fromUtf8("/home/ü/文件.exe")}};
+        // clang-format on
+        for (const QStringList &text : texts) {
+            QVERIFY(m_test.reset());
+            const int from = m_test.boxes().size();
+            announce(text.at(0), text.at(1));
+            QTRY_COMPARE_WITH_TIMEOUT(m_test.boxes().size(), from + 1, 10000);
+            QCOMPARE(m_test.boxes().last()["contents"],
+                     QJsonValue(QJsonArray{"Discover virus threat", "Virus name:" + text.at(0),
+                                           "Virus Path:" + text.at(1)}));
+            ModalCloser closer; // an empty path cannot be trusted: the failure box appears
+            m_test.answer(m_test.lastId(), 3);
+            QVERIFY(m_test.settle());
+            // One line per event: nothing in a text can forge a second one.
+            for (const QByteArray &line : m_test.log.lines())
+                QVERIFY(QJsonDocument::fromJson(line).isObject());
+            QCOMPARE(m_test.events().filter("Add file to trust zone|").value(0),
+                     "Add file to trust zone|Add file " + text.at(1) + " to trust zone " +
+                         (text.at(1).isEmpty() ? "failed" : "Successfully") + "|3");
+            QCOMPARE(m_test.daemon.calls(), QStringList{"add_trustFile [[" + compact(text.at(1)) + "]]"});
+        }
+    }
+
+    // Last: the queue it leaves behind drains for hours.
+    void floodIsQueuedInOrder()
+    {
+        const int count = 10000, from = m_test.boxes().size();
+        m_test.daemon.control("EmitMany",
+                              {"signal_showAuthDialog", QStringList{"{n}", "", "/f", "false"}, count});
+        // Every threat is queued or handed out, none lost. A threat the thread has just taken is in
+        // neither count until its box is up, hence the wait.
+        QTRY_COMPARE_WITH_TIMEOUT(m_test.bridge->pendingThreats() + threats(from).size(), count, 60000);
+        QTRY_VERIFY_WITH_TIMEOUT(threats(from).size() >= 3, 10000);
+        QCOMPARE(threats(from).mid(0, 3).join(',').remove(QRegularExpression("\\d+ ")),
+                 QStringLiteral("0,1,2"));
+    }
+};
+
+QTEST_MAIN(TestFlow)
+#include "tst_flow.moc"

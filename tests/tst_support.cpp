@@ -1,0 +1,112 @@
+// The event-log wrapper as the platform library receives it, and the accessible names a desktop
+// robot finds widgets by.
+#include "accessibleinfo.h"
+#include "cvorngenlog.h"
+#include "harness.h"
+
+#include <QLabel>
+#include <QPushButton>
+
+class TestSupport : public QObject
+{
+    Q_OBJECT
+
+private:
+    EventLog m_log;
+
+    // The last event as "entry level type module|operation|result", level "-" for halvo_log.
+    QString last() const
+    {
+        const QJsonObject e = QJsonDocument::fromJson(m_log.lines().value(m_log.lines().size() - 1)).object();
+        return QStringLiteral("%1 %2 %3 %4|%5|%6")
+            .arg(e["entry"].toString(), e.contains("level") ? QString::number(e["level"].toInt()) : "-")
+            .arg(e["type"].toInt())
+            .arg(e["module"].toString(), e["operation"].toString(), e["result"].toString());
+    }
+
+private slots:
+    void eventsAsTheLibraryGetsThem()
+    {
+        CVornGenLog *log = CVornGenLog::getInstance();
+        // coded form: module, result, level -> what the library got
+        // clang-format off
+        const QList<std::tuple<int, int, int, const char *>> coded{
+            {5, 0, 3, "halvo_log_v2 3 13 virus scan|m|operation successful"},
+            {5, 1, 1, "halvo_log_v2 1 13 virus scan|m|operation failed"},
+            {18, 2, 3, "halvo_log_v2 3 13 |m|none"},
+            {-1, 0, 0, "halvo_log_v2 0 13 |m|operation successful"},
+            {0, -7, 3, "halvo_log_v2 3 13 safety check|m|none"},
+            {5, 1, -1, "halvo_log - 13 virus scan|m|operation failed"},
+            {5, 0, -2, "halvo_log_v2 -2 13 virus scan|m|operation successful"}};
+        // clang-format on
+        for (const auto &[module, result, level, expected] : coded) {
+            QCOMPARE(log->writeLog(module, result, "m", level), 0);
+            QCOMPARE(last(), QString(expected));
+        }
+        QCOMPARE(log->writeLog(5, QStringLiteral("r"), QStringLiteral("op"), 2), 0);
+        QCOMPARE(last(), QStringLiteral("halvo_log_v2 2 13 virus scan|op|r"));
+        log->writeLog(14, QStringLiteral("r"), QStringLiteral("op"), -1);
+        QCOMPARE(last(), QStringLiteral("halvo_log - 13 peripheral control|op|r"));
+
+        // The security centre's shared vocabulary, which its log viewer reads.
+        QStringList modules;
+        for (int module = 0; module < 18; ++module)
+            modules << log->moduleName(module);
+        QCOMPARE(
+            modules.join(','),
+            QStringLiteral("safety check,password strength,account lock,firewall,net control,virus scan,"
+                           "app source check,system start control,app exec control,app permission control,"
+                           "app protect control,app protect control ppro,app protect control fpro,"
+                           "app protect control kmod,peripheral control,vulnerability repair,"
+                           "privacy security,trust measure"));
+        // Kind 7 has no device name although its neighbours do; a lookup always replaces the name.
+        QString six, seven = "stale", type = "stale";
+        log->deviceName(6, six);
+        log->deviceName(7, seven);
+        log->deviceTypeName(2, type);
+        QCOMPARE(six + '|' + seven + '|' + type, QStringLiteral("usb storage||"));
+    }
+
+    void hostileTextsComeBackOnOneLine()
+    {
+        m_log.clear();
+        const QStringList texts{"quote \" and backslash \\", "line one\nline two\r\n{\"entry\":\"forged\"}",
+                                QString::fromUtf8("tab\tbell\x07 esc\x1b del\x7f 病毒 \xf0\x9f\x90\x9b"),
+                                "%1 %2", ""};
+        QStringList expected;
+        for (const QString &text : texts) {
+            CVornGenLog::getInstance()->writeLog(5, text, text, 3);
+            expected << text + '|' + text + "|3";
+        }
+        QCOMPARE(m_log.summary(), expected);
+    }
+
+    void accessibleNames()
+    {
+        const QString program = QFileInfo(QCoreApplication::arguments().first()).fileName();
+        QPushButton button;
+        setAccessibleInfo(&button, "m_p&Deal*Btn", "CAuthDialog", "vorn-virus-scan", QString());
+        const QString name = program + "_CAuthDialog_QPushButton_m_pDealBtn_vorn-virus-scan";
+        // The whole built name becomes the object name of an unnamed widget; the description quotes
+        // the object name unchanged.
+        QCOMPARE(
+            QStringList({button.objectName(), button.accessibleName(), button.accessibleDescription()}),
+            (QStringList{name, name, "[m_p&Deal*Btn] is [QPushButton] type in process:[" + program + "]"}));
+        // A second call keeps the object name; no doubled "_" without class and application texts.
+        setAccessibleInfo(&button, "other", QString(), QString(), "given");
+        QCOMPARE(QStringList({button.objectName(), button.accessibleName(), button.accessibleDescription()}),
+                 (QStringList{name, program + "_QPushButton_other", "given"}));
+        QLabel label;
+        label.setObjectName("preset");
+        setAccessibleInfo(&label, "%2%3", QString(), QString(), QString());
+        QCOMPARE(label.objectName() + ' ' + label.accessibleDescription(),
+                 "preset [%2%3] is [QLabel] type in process:[" + program + "]");
+        QWidget *none = nullptr;
+        setAccessibleInfo(none, "x", QString(), QString(), QString());
+        QVERIFY(buildAccessibleName(none, "x", "c", "a").isEmpty() &&
+                buildAccessibleDescription(none, "x").isEmpty());
+    }
+};
+
+QTEST_MAIN(TestSupport)
+#include "tst_support.moc"
