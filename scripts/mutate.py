@@ -5,6 +5,7 @@
     scripts/mutate.py --only TEXT     the mutants whose file or description contains TEXT
     scripts/mutate.py --check         only checks that every mutant applies to today's sources
     scripts/mutate.py --ratio         only prints the test and code line counts
+    scripts/mutate.py --work DIR      works in DIR instead of build-mutate (two runs side by side)
 
 The working tree (committed or not) is copied to build-mutate/src and built in build-mutate/build
 without -Werror, so a mutant that merely warns is still tested. The unmutated suite must pass
@@ -24,11 +25,14 @@ import sys
 import time
 
 TOP = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
-WORK = os.path.join(TOP, "build-mutate")
-SRC = os.path.join(WORK, "src")
-BUILD = os.path.join(WORK, "build")
-LOGS = os.path.join(WORK, "logs")
-KILLERS = os.path.join(WORK, "killers.txt")
+WORK = SRC = BUILD = LOGS = KILLERS = ""
+
+
+def use_work(folder):
+    global WORK, SRC, BUILD, LOGS, KILLERS
+    WORK = os.path.abspath(folder)
+    SRC, BUILD, LOGS = (os.path.join(WORK, name) for name in ("src", "build", "logs"))
+    KILLERS = os.path.join(WORK, "killers.txt")
 
 
 class Mutant:
@@ -155,7 +159,9 @@ def main():
     parser.add_argument("--check", action="store_true")
     parser.add_argument("--ratio", action="store_true")
     parser.add_argument("--jobs", type=int, default=2, help="tests run at once (default 2, as in CI)")
+    parser.add_argument("--work", default=os.path.join(TOP, "build-mutate"), help="its folder (default build-mutate)")
     args = parser.parse_args()
+    use_work(args.work)
 
     print(ratio())
     if args.ratio:

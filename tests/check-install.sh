@@ -7,23 +7,15 @@ stage=$(mktemp -d)
 trap 'rm -rf "$stage"' EXIT
 cmake --install "$build" --prefix "$stage/usr" > /dev/null
 status=0
-expect() {
-    if [ -e "$stage/$1" ]; then echo "installed: /$1"; else echo "missing: /$1"; status=1; fi
-}
-refuse() {
-    if [ -e "$stage/$1" ]; then echo "installed but should not be: /$1"; status=1; fi
-}
+expect() { [ -e "$stage/$1" ] && echo "installed: /$1" || { echo "missing: /$1"; status=1; }; }
+refuse() { [ ! -e "$stage/$1" ] || { echo "installed but should not be: /$1"; status=1; }; }
 expect usr/bin/vorn-virus-agent
 # CMake maps the /usr prefix's etc to /etc; a staging prefix keeps it below itself.
-if [ -e "$stage/usr/etc/xdg/autostart/vorn-virus-agent.desktop" ]; then
-    expect usr/etc/xdg/autostart/vorn-virus-agent.desktop
-else
-    expect etc/xdg/autostart/vorn-virus-agent.desktop
-fi
+expect "$([ -e "$stage/usr/etc" ] && echo usr/)etc/xdg/autostart/vorn-virus-agent.desktop"
 expect usr/share/locale/zh_CN/LC_MESSAGES/vorn-defender.mo
 refuse usr/bin/vorn-standin-daemon
 refuse usr/bin/vorn-standin-riskbox
 refuse usr/bin/vorn-dialog-preview
-if grep -rq 'X-GNOME-Autostart-Phase' "$stage"; then echo "an autostart phase key"; status=1; fi
+! grep -rq 'X-GNOME-Autostart-Phase' "$stage" || { echo "an autostart phase key"; status=1; }
 [ $status -eq 0 ] && echo "1 passed, 0 failed"
 exit $status

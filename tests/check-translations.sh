@@ -19,16 +19,10 @@ fi
 status=0
 while read -r lang; do
     [ -n "$lang" ] || continue
-    if ! msgcmp "po/$lang.po" po/vorn-defender.pot; then
-        echo "po/$lang.po lacks texts of the template"
-        status=1
-    fi
-    untranslated=$(msgattrib --untranslated --no-obsolete "po/$lang.po" | grep -c '^msgid ' || true)
-    fuzzy=$(msgattrib --only-fuzzy --no-obsolete "po/$lang.po" | grep -c '^msgid ' || true)
-    if [ "$untranslated" -gt 0 ] || [ "$fuzzy" -gt 0 ]; then
-        echo "po/$lang.po: $untranslated untranslated, $fuzzy fuzzy"
-        status=1
-    fi
+    msgcmp "po/$lang.po" po/vorn-defender.pot || { echo "po/$lang.po lacks texts of the template"; status=1; }
+    open=$({ msgattrib --untranslated --no-obsolete "po/$lang.po"; msgattrib --only-fuzzy --no-obsolete "po/$lang.po"; } |
+        grep -c '^msgid ".' || true)
+    [ "$open" -eq 0 ] || { echo "po/$lang.po: $open texts untranslated or fuzzy"; status=1; }
 done < po/LINGUAS
 [ $status -eq 0 ] && echo "1 passed, 0 failed: the template and every catalogue are complete"
 exit $status

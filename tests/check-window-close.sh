@@ -7,47 +7,38 @@ build=$1
 ctl="$build/standins/vorn-standin-ctl"
 work=$(mktemp -d)
 Xvfb -displayfd 3 -screen 0 1024x768x24 -nolisten tcp 3> "$work/display" 2> /dev/null &
-xvfb=$!
-trap 'kill $xvfb 2>/dev/null; rm -rf "$work"' EXIT
+trap 'kill $! 2>/dev/null; rm -rf "$work"' EXIT
 fail() { echo "FAILED: $*"; echo "0 passed, 1 failed"; exit 1; }
+# wait_for SECONDS COMMAND...: true as soon as the command succeeds
 wait_for() {
-    local limit=$1 i
-    shift
-    for ((i = 0; i < limit * 10; i++)); do "$@" > /dev/null 2>&1 && return 0; sleep 0.1; done
+    for ((i = 0; i < $1 * 10; i++)); do "${@:2}" > /dev/null 2>&1 && return 0; sleep 0.1; done
     return 1
 }
-boxes() { "$ctl" riskbox boxes | grep -c '"shown":true'; }
-at_least() { [ "$(boxes)" -ge "$1" ]; }
+shown() { [ "$("$ctl" riskbox boxes | grep -c '"shown":true')" -ge "$1" ]; }
+window() { xdotool search --onlyvisible --pid "$agent" 2> /dev/null | head -n 1 | grep .; }
 
 wait_for 10 test -s "$work/display" || fail "Xvfb did not start"
 export DISPLAY=":$(head -n 1 "$work/display")" HALVO_LOG_FILE=$work/events.jsonl
 unset QT_QPA_PLATFORM
 "$build/standins/vorn-standin-daemon" --quiet &
 "$build/standins/vorn-standin-riskbox" --headless --quiet &
-wait_for 10 "$ctl" daemon state || fail "no daemon stand-in"
-wait_for 10 "$ctl" riskbox boxes || fail "no risk-box stand-in"
+wait_for 10 "$ctl" daemon state && wait_for 10 "$ctl" riskbox boxes || fail "no stand-ins"
 "$build/app/vorn-virus-agent" > "$work/agent.out" 2>&1 &
 agent=$!
 wait_for 20 grep -q "all signal have been connected" "$HALVO_LOG_FILE" || fail "the agent did not connect"
 
 "$ctl" daemon force add_trustFile 1
 "$ctl" daemon emit signal_showAuthDialog EICAR "" /home/u/first.exe false
-wait_for 10 at_least 1 || fail "no threat box"
+wait_for 10 shown 1 || fail "no threat box"
 "$ctl" riskbox press 1 Trust
-window=
-for _ in $(seq 100); do
-    window=$(xdotool search --onlyvisible --pid "$agent" 2> /dev/null | head -n 1)
-    [ -n "$window" ] && break
-    sleep 0.1
-done
-[ -n "$window" ] || fail "the trust-failure box did not appear"
-echo "the agent shows window $window: $(xdotool getwindowname "$window")"
-xdotool key --window "$window" Escape 2> /dev/null # the key-up may reach a window already closed
+wait_for 10 window || fail "the trust-failure box did not appear"
+echo "the agent shows window $(window): $(xdotool getwindowname "$(window)")"
+xdotool key --window "$(window)" Escape 2> /dev/null # the key-up may reach a window already closed
 wait_for 10 sh -c "! xdotool search --onlyvisible --pid $agent" || fail "the box did not close"
 kill -0 "$agent" 2> /dev/null || fail "closing the box ended the agent"
 
 "$ctl" daemon reset
 "$ctl" daemon emit signal_showAuthDialog EICAR "" /home/u/second.exe false
-wait_for 10 at_least 3 || fail "the next threat was not handled after the box was closed"
+wait_for 10 shown 3 || fail "the next threat was not handled after the box was closed"
 kill -0 "$agent" 2> /dev/null || fail "the agent is gone"
 echo "1 passed, 0 failed: the agent outlived its closed window and handled the next threat"

@@ -32,8 +32,9 @@ inline QString compact(const QJsonValue &value)
     return QJsonDocument(QJsonArray{value}).toJson(QJsonDocument::Compact).mid(1).chopped(1);
 }
 
-// Event shorthands: "@text" an event of "Dealing with threats", "!text" a failure line, "ok:text" a
-// success line, "$P,N" the processing summary, "+PATH WORD" a trust-zone record; else as it stands.
+// Event shorthands: "@text" an event of "Dealing with threats", "!text" or "no:text" a failure line,
+// "ok:text" a success line, "$P,N" the processing summary, "+PATH WORD" a trust-zone record and
+// "-PATH WORD" its delete record; anything else as it stands.
 inline QString expand(const QString &event)
 {
     const QString rest = event.mid(1);
@@ -47,6 +48,9 @@ inline QString expand(const QString &event)
         return QStringLiteral("Dealing with threats|Processing completed, %1 item(s) processed, %2 item(s) "
                               "not processed.|2")
             .arg(rest.section(',', 0, 0), rest.section(',', 1));
+    if (event.startsWith('-'))
+        return QStringLiteral("Delete trust zone file|Delete file%1 in the trust zone %2|3")
+            .arg(rest.section(' ', 0, -2), rest.section(' ', -1));
     if (event.startsWith('+'))
         return QStringLiteral("Add file to trust zone|Add file %1 to trust zone %2|3")
             .arg(rest.section(' ', 0, -2), rest.section(' ', -1));
@@ -121,12 +125,12 @@ public:
             result << QJsonDocument::fromJson(line.toUtf8()).object();
         return result;
     }
-    // The calls that reached the peer as "method [args as JSON]", oldest first.
+    // The calls that reached the peer as "method signature [args as JSON]", oldest first.
     QStringList calls() const
     {
         QStringList lines;
         for (const QJsonObject &c : json("Calls"))
-            lines << c["method"].toString() + ' ' + compact(c["args"]);
+            lines << c["method"].toString() + ' ' + c["signature"].toString() + ' ' + compact(c["args"]);
         return lines;
     }
 
@@ -188,18 +192,17 @@ public:
         m_saved = dup(STDOUT_FILENO);
         dup2(m_file.handle(), STDOUT_FILENO);
     }
-    ~StdoutCapture() { text(); }
+    ~StdoutCapture()
+    {
+        text();
+        close(m_saved);
+    }
     // Restores standard output (QtTest reports there) and returns what was printed.
     QString text()
     {
         std::fflush(stdout);
-        if (m_saved >= 0) {
-            dup2(m_saved, STDOUT_FILENO);
-            close(m_saved);
-            m_saved = -1;
-        }
-        m_file.seek(0);
-        return QString::fromLocal8Bit(m_file.readAll());
+        dup2(m_saved, STDOUT_FILENO);
+        return m_file.seek(0) ? QString::fromLocal8Bit(m_file.readAll()) : QString();
     }
 
 private:
@@ -225,22 +228,18 @@ public:
                 auto *box = qobject_cast<QMessageBox *>(widget);
                 if (!box || !box->isVisible() || box->buttons().isEmpty())
                     continue;
-                QStringList buttons;
+                QStringList seenBox{box->objectName(), box->accessibleName(), box->windowTitle(), box->text(),
+                                    QString::number(box->icon())};
                 for (QAbstractButton *button : box->buttons())
-                    buttons << button->text() + '/' + QString::number(box->buttonRole(button));
-                seen << QStringList{box->objectName(),
-                                    box->accessibleName(),
-                                    box->windowTitle(),
-                                    box->text(),
-                                    QString::number(box->icon()),
-                                    buttons.join(','),
-                                    box->testAttribute(Qt::WA_QuitOnClose) ? "quits" : "stays"};
+                    seenBox << button->text() + '/' + QString::number(box->buttonRole(button));
+                seen << (seenBox << (box->testAttribute(Qt::WA_QuitOnClose) ? "quits" : "stays"));
                 box->buttons().first()->click();
             }
         });
         m_timer.start(20);
     }
-    QList<QStringList> seen; // object name, accessible name, title, text, icon, button/role, quit on close
+    QList<QStringList>
+        seen; // object name, accessible name, title, text, icon, each button/role, quit on close
 
 private:
     QTimer m_timer;
@@ -284,39 +283,28 @@ public:
     }
     // Answers a box through the stand-in, as the service does when a person presses a button.
     void answer(int id, int state) const { riskbox.control("Result", {id, state, QString()}); }
-    // Answers a box nobody raised and waits for its line in the log: by then every answer sent
-    // before has been handled. The line is left out of events().
-    bool settle()
+    // Once this returns, every answer sent before has been handled: a call to the risk-box
+    // stand-in on the bridge's own connection comes back behind them, and the event loop then
+    // delivers them (the handling makes only blocking calls).
+    void settle() const
     {
-        static int sentinel = 900000;
-        m_sentinels << QStringLiteral("slot_ResultSignal  virusMap is err! id:%1 state:0|operation failed|1")
-                           .arg(++sentinel);
-        answer(sentinel, 0);
-        return waitFor([&] { return log.summary().contains(m_sentinels.last()); });
-    }
-    QStringList events() const
-    {
-        QStringList result = log.summary();
-        for (const QString &line : m_sentinels)
-            result.removeAll(line);
-        return result;
+        QDBusConnection(QStringLiteral("virus_dialog_conn_%1").arg(QCoreApplication::applicationPid()))
+            .call(QDBusMessage::createMethodCall("com.tarsel.secriskbox", "/control",
+                                                 "com.vorn.standin.Control", "Calls"));
+        QCoreApplication::processEvents();
     }
     // Closes every open box with state 9, which no kind of box acts on, so that no threat box
     // times out later in the test; then forgets calls, faults and events.
-    bool reset()
+    void reset()
     {
         for (const QJsonObject &box : boxes())
             if (box["shown"].toBool() && !box["closed"].toBool())
                 answer(box["id"].toInt(), 9);
-        const bool settled = settle();
+        settle();
         Peers::reset();
-        return settled;
     }
 
     CVirusDbusMiddle *bridge = nullptr;
-
-private:
-    QStringList m_sentinels;
 };
 #endif
 

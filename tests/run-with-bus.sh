@@ -8,17 +8,13 @@ set -u
 here=$(cd "$(dirname "$0")" && pwd)
 config=${VORN_BUS_CONFIG:-$here/private-bus.conf}
 dir=$(mktemp -d "${TMPDIR:-/tmp}/vorn-bus.XXXXXX")
-bus_pid=
-job_pid=
+bus_pid= job_pid=
 
 cleanup() {
     trap - EXIT INT TERM HUP
     if [ -n "$job_pid" ]; then
         kill -TERM -- "-$job_pid" 2>/dev/null
-        for _ in 1 2 3 4 5 6 7 8 9 10; do
-            kill -0 -- "-$job_pid" 2>/dev/null || break
-            sleep 0.1
-        done
+        for _ in 1 2 3 4 5 6 7 8 9 10; do kill -0 -- "-$job_pid" 2>/dev/null && sleep 0.1; done
         kill -KILL -- "-$job_pid" 2>/dev/null
     fi
     [ -n "$bus_pid" ] && kill -TERM "$bus_pid" 2>/dev/null && wait "$bus_pid" 2>/dev/null
@@ -33,17 +29,9 @@ trap 'exit 129' HUP
 setpriv --pdeathsig TERM -- dbus-daemon --nofork --config-file="$config" --address="unix:dir=$dir" \
     --print-address=3 3>"$dir/address" 2>"$dir/bus.log" &
 bus_pid=$!
-for _ in $(seq 1 100); do
-    [ -s "$dir/address" ] && break
-    sleep 0.05
-done
-if [ ! -s "$dir/address" ]; then
-    echo "run-with-bus: dbus-daemon did not start:" >&2
-    cat "$dir/bus.log" >&2
-    exit 1
-fi
-DBUS_SYSTEM_BUS_ADDRESS=$(head -n 1 "$dir/address")
-export DBUS_SYSTEM_BUS_ADDRESS
+for _ in $(seq 1 100); do [ -s "$dir/address" ] || sleep 0.05; done
+[ -s "$dir/address" ] || { echo "run-with-bus: dbus-daemon did not start:" >&2; cat "$dir/bus.log" >&2; exit 1; }
+export DBUS_SYSTEM_BUS_ADDRESS=$(head -n 1 "$dir/address")
 # In sanitizer builds: the known, deliberate leaks are suppressed, and undefined behaviour stops
 # the program with a stack trace.
 export LSAN_OPTIONS=${LSAN_OPTIONS:-suppressions=$here/lsan.supp:print_suppressions=0}
@@ -60,6 +48,3 @@ set -m
 "$@" &
 job_pid=$!
 wait "$job_pid"
-status=$?
-set +m
-exit "$status"

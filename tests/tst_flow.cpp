@@ -37,7 +37,7 @@ private:
 
 private slots:
     void initTestCase() { QVERIFY(m_test.start()); }
-    void init() { QVERIFY(m_test.reset()); }
+    void init() { m_test.reset(); }
 
     void oneAtATimeInOrder()
     {
@@ -57,7 +57,7 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(threats(from).size(), 4, 10000);
         QCOMPARE(threats(from).join(',').remove(QRegularExpression("\\d+ ")), QStringLiteral("manual,B,C,D"));
         const QStringList calls = m_test.riskbox.calls().filter(QRegularExpression("^(create|show) "));
-        QCOMPARE(calls.join(' ').remove(QRegularExpression(" \\[[^]]*\\]")),
+        QCOMPARE(calls.join(' ').remove(QRegularExpression(" i+s* \\[[^]]*\\]")),
                  QString("create show ").repeated(4).trimmed());
         QCOMPARE(
             m_test.log.summary().count("CVirusDbusMiddle: authDialog already exec|operation successful|3"),
@@ -88,10 +88,10 @@ private slots:
         QCOMPARE(threats(from), QStringList{QString::number(id) + " real"});
 
         sendAsStranger("/service", "com.tarsel.secriskbox", "signalResult", {id, 3, QString()});
-        QVERIFY(m_test.settle());
-        QVERIFY(m_test.events().filter("slot_ResultSignal").isEmpty());
+        m_test.settle();
+        QVERIFY(m_test.log.summary().filter("slot_ResultSignal").isEmpty());
         m_test.answer(id, 2);
-        QVERIFY(m_test.settle());
+        m_test.settle();
         QVERIFY(!m_test.bridge->pendingBoxes().contains(id));
         QDBusConnection::disconnectFromBus("stranger");
     }
@@ -105,7 +105,7 @@ private slots:
             {"Big", "/" + QString('p').repeated(65536)}, {QString::fromUtf8("病毒 \xf0\x9f\x90\x9b"), QString::fromUtf8("/home/ü/文件.exe")}};
         // clang-format on
         for (const QStringList &text : texts) {
-            QVERIFY(m_test.reset());
+            m_test.reset();
             const int from = m_test.boxes().size();
             announce(text.at(0), text.at(1));
             QTRY_COMPARE_WITH_TIMEOUT(m_test.boxes().size(), from + 1, 10000);
@@ -114,14 +114,14 @@ private slots:
                                            "Virus Path:" + text.at(1)}));
             ModalCloser closer; // an empty path cannot be trusted: the failure box appears
             m_test.answer(m_test.lastId(), 3);
-            QVERIFY(m_test.settle());
+            m_test.settle();
             // One line per event: nothing in a text can forge a second one.
             for (const QByteArray &line : m_test.log.lines())
                 QVERIFY(QJsonDocument::fromJson(line).isObject());
-            QCOMPARE(m_test.events().filter("Add file to trust zone|").value(0),
+            QCOMPARE(m_test.log.summary().filter("Add file to trust zone|").value(0),
                      "Add file to trust zone|Add file " + text.at(1) + " to trust zone " +
                          (text.at(1).isEmpty() ? "failed" : "Successfully") + "|3");
-            QCOMPARE(m_test.daemon.calls(), QStringList{"add_trustFile [[" + compact(text.at(1)) + "]]"});
+            QCOMPARE(m_test.daemon.calls(), QStringList{"add_trustFile as [[" + compact(text.at(1)) + "]]"});
         }
     }
 
