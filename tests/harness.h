@@ -210,6 +210,7 @@ private:
     int m_saved = -1;
 };
 
+// The rest is for tests that link the agent, whose include path has the bridge.
 #if __has_include("cvirusdbusmiddle.h")
 #include "cvirusdbusmiddle.h"
 
