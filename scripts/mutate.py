@@ -2,7 +2,7 @@
 """The mutation check: how many small, noticeable faults of the agent does the test suite catch?
 
     scripts/mutate.py                 every mutant of scripts/mutants.txt (about an hour)
-    scripts/mutate.py --only TEXT     the mutants whose file or description contains TEXT
+    scripts/mutate.py --only REGEX    the mutants whose file or description matches REGEX
     scripts/mutate.py --check         only checks that every mutant applies to today's sources
     scripts/mutate.py --ratio         only prints the test and code line counts
     scripts/mutate.py --work DIR      works in DIR instead of build-mutate (two runs side by side)
@@ -166,7 +166,7 @@ def main():
     print(ratio())
     if args.ratio:
         return 0
-    mutants = [m for m in parse(args.list) if args.only in m.path or args.only in m.description]
+    mutants = [m for m in parse(args.list) if re.search(args.only, m.path + ": " + m.description)]
     missing = []
     for mutant in mutants:
         with open(os.path.join(TOP, mutant.path), encoding="utf-8") as source:

@@ -182,12 +182,10 @@ private slots:
 
     void answerForAnUnknownBox()
     {
-        const auto before = m_test.bridge->pendingBoxes().keys();
         m_test.answer(-7, 0);
         m_test.settle();
         QCOMPARE(m_test.log.summary(),
                  QStringList{"slot_ResultSignal  virusMap is err! id:-7 state:0|operation failed|1"});
-        QCOMPARE(m_test.bridge->pendingBoxes().keys(), before);
     }
 
     void operations()

@@ -44,12 +44,10 @@ private:
     {
         return [](const QDBusMessage &message) { return QVariant::fromValue(read<T>(message)); };
     }
+    // The message's one argument as "signature [fields in wire order, as JSON]".
     static QString wire(const QDBusMessage &message)
     {
-        QJsonArray arguments;
-        for (const QVariant &argument : message.arguments())
-            arguments << dbusToJson(argument);
-        return message.signature() + ' ' + QJsonDocument(arguments).toJson(QJsonDocument::Compact);
+        return message.signature() + " [" + compact(dbusToJson(message.arguments().value(0))) + ']';
     }
 
 private slots:
