@@ -156,10 +156,10 @@ public:
     // Faults, space-separated: "d:" the daemon, "r:" the risk-box service, then METHOD=N (answers
     // N), METHOD! (an error reply), METHOD!N (an error after N good replies), METHOD? (a reply
     // without arguments), METHOD~N (N without the out-parameter).
-    void fault(const QString &specs)
+    void fault(const QString &faults)
     {
-        for (const QString &spec : specs.split(' ', Qt::SkipEmptyParts)) {
-            const QRegularExpressionMatch m = QRegularExpression("^(.):(\\w+)([=!?~])(-?\\d*)$").match(spec);
+        for (const QString &token : faults.split(' ', Qt::SkipEmptyParts)) {
+            const QRegularExpressionMatch m = QRegularExpression("^(.):(\\w+)([=!?~])(-?\\d*)$").match(token);
             const QString how = m.captured(3), n = m.captured(4);
             const QString call = how == "="    ? "Force"
                                  : how == "~"  ? "Short"
@@ -172,7 +172,7 @@ public:
             else if (call != "Empty")
                 args << n.toInt();
             const QDBusMessage reply = (m.captured(1) == "d" ? daemon : riskbox).control(call, args);
-            QVERIFY2(m.hasMatch() && reply.type() == QDBusMessage::ReplyMessage, qPrintable(spec));
+            QVERIFY2(m.hasMatch() && reply.type() == QDBusMessage::ReplyMessage, qPrintable(token));
         }
     }
 
