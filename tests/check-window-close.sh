@@ -8,7 +8,7 @@ ctl="$build/standins/vorn-standin-ctl"
 work=$(mktemp -d)
 Xvfb -displayfd 3 -screen 0 1024x768x24 -nolisten tcp 3> "$work/display" 2> /dev/null &
 xvfb=$!
-trap 'kill $xvfb 2>/dev/null; rm -rf "$work"' EXIT
+trap 'kill $xvfb 2>/dev/null; wait $xvfb 2>/dev/null; rm -rf "$work"' EXIT
 fail() { echo "FAILED: $*"; echo "0 passed, 1 failed"; exit 1; }
 # wait_for SECONDS COMMAND...: true as soon as the command succeeds
 wait_for() {
