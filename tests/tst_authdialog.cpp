@@ -29,30 +29,33 @@ private:
         return dialog;
     }
     // A widget that cuts a text to its width less an allowance: exactly as wide, it shows the whole
-    // text; at a width where one pixel less would cut differently, it cuts to the pixel and shows
-    // the whole text as tool tip; widened, whole again; a caller's tool tip survives without its own.
+    // text; at widths where one pixel less, or one more, would cut differently, it cuts to the pixel
+    // and shows the whole text as tool tip; widened, whole again; a caller's tool tip survives
+    // without its own.
     template <typename Widget> static void elides(Widget &widget, const QString &text, int allowance)
     {
         const QFontMetrics metrics(widget.font());
-        int cut = metrics.horizontalAdvance(text) - 1;
-        while (metrics.elidedText(text, Qt::ElideRight, cut - allowance) ==
-               metrics.elidedText(text, Qt::ElideRight, cut - allowance - 1))
-            --cut;
+        auto elided = [&](int width) { return metrics.elidedText(text, Qt::ElideRight, width - allowance); };
+        int less = metrics.horizontalAdvance(text) - 1, more = less;
+        while (elided(less) == elided(less - 1))
+            --less;
+        while (elided(more) == elided(more + 1))
+            --more;
         widget.setText(text);
-        const QString elided = metrics.elidedText(text, Qt::ElideRight, cut - allowance);
         for (const auto &[width, shown] :
              QList<std::pair<int, QString>>{{metrics.horizontalAdvance(text), text + '|'},
-                                            {cut, elided + '|' + text},
-                                            {cut + 999, text + '|'}}) {
+                                            {less, elided(less) + '|' + text},
+                                            {more, elided(more) + '|' + text},
+                                            {more + 999, text + '|'}}) {
             widget.setFixedWidth(width);
             widget.grab();
             QCOMPARE(widget.text() + '|' + widget.toolTip(), shown);
         }
         widget.setToolTip("mine");
         widget.setShowToolTip(false);
-        widget.setFixedWidth(cut);
+        widget.setFixedWidth(less);
         widget.grab();
-        QCOMPARE(widget.text() + '|' + widget.toolTip(), elided + "|mine");
+        QCOMPARE(widget.text() + '|' + widget.toolTip(), elided(less) + "|mine");
     }
 
 private slots:
