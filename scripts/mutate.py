@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """The mutation check: how many small, noticeable faults of the agent does the test suite catch?
 
-    scripts/mutate.py                 every mutant of scripts/mutants.txt (about an hour)
+    scripts/mutate.py                 every mutant of scripts/mutants.txt (an hour or more)
     scripts/mutate.py --only REGEX    the mutants whose file or description matches REGEX
     scripts/mutate.py --check         only checks that every mutant applies to today's sources
     scripts/mutate.py --ratio         only prints the test and code line counts
