@@ -256,7 +256,11 @@ public:
         return bridge;
     }
     QList<QJsonObject> boxes() const { return riskbox.json("Boxes"); }
-    int lastId() const { return boxes().value(boxes().size() - 1)["id"].toInt(); }
+    int lastId() const
+    {
+        const auto all = boxes();
+        return all.isEmpty() ? 0 : all.last()["id"].toInt();
+    }
     // A box as one line: "type: line / line [text=key, ...] fold F timeout T", "(not shown)" if so.
     static QString describe(const QJsonObject &box)
     {

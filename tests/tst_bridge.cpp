@@ -68,10 +68,11 @@ private:
     // "kind|name|detail|path|flag" of the entry remembered for a box, empty if there is none.
     QString entry(int id) const
     {
-        const SVirusBoxInfo e = m_test.bridge->pendingBoxes().value(id);
+        const QMap<int, SVirusBoxInfo> boxes = m_test.bridge->pendingBoxes();
+        const SVirusBoxInfo e = boxes.value(id);
         const QString text =
             QStringLiteral("%1|%2|%3|%4|%5").arg(e.iVirusType).arg(e.virusName, e.virusDetail, e.virusPath);
-        return m_test.bridge->pendingBoxes().contains(id) ? text.arg(e.virusFlag) : QString();
+        return boxes.contains(id) ? text.arg(e.virusFlag) : QString();
     }
 
 private slots:
