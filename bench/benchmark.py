@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Measures vorn-virus-agent on the stand-ins: resident memory after start against a bare Qt
 process with the same two connections, CPU while idle, the latency from signal_sysPop to the box's
-"show" and from signalResult to the daemon call, and memory per queued threat in a flood.
+"show" and from signalResult to the daemon call, the time a flood takes to be queued and journaled,
+the journal's bytes per undecided threat, and memory per queued threat in a flood.
 
 Run on a private bus: bench/run.sh does that. Prints a table and exits 0."""
 
@@ -131,12 +132,23 @@ def main():
 
         # Two floods: the first also pays for one-off growth of the allocator's arenas (the messages
         # in flight), which glibc keeps; the second shows what each queued threat keeps.
-        growth = []
-        for _ in range(2):
-            before = rss_kib(agent.pid)
+        # Every threat is on disk before it is queued: the time to queue is the time until the
+        # journal holds the whole flood.
+        journal = os.path.join(os.environ["XDG_STATE_HOME"], "vorn-defender", "journal")
+        def journaled():
+            with open(journal, "rb") as records:
+                return sum(1 for record in records if record.startswith(b"A "))
+        growth, queued = [], []
+        for n in range(2):
+            before, started = rss_kib(agent.pid), time.monotonic()
             ctl("daemon", "emit-many", str(FLOOD), "signal_showAuthDialog", name, "", path, "false")
+            wait_until(lambda: journaled() == FLOOD * (n + 1) or time.sleep(0.05), 60, "the flood to be journaled")
+            queued.append(time.monotonic() - started)
             wait_until(lambda: settled() or time.sleep(0.5), 60, "the flood to be queued")
             growth.append((rss_kib(agent.pid) - before) * 1024 / FLOOD)
+        print(f"flood queued and journaled          {queued[1]:.2f} s for the second {FLOOD} threats, {queued[0]:.2f} s "
+              f"for the first; {os.path.getsize(journal) / (2 * FLOOD):.0f} bytes on disk per undecided threat",
+              flush=True)
         print(f"memory per queued threat            {growth[1]:.0f} bytes in a second {FLOOD}-threat flood, "
               f"{growth[0]:.0f} in the first (30-character name, 60-character path, empty detail; "
               f"target: under 512)", flush=True)

@@ -2,6 +2,7 @@
 
 #include "bridgelogging.h"
 #include "cauthdialogthread.h"
+#include "cthreatjournal.h"
 #include "cvorngenlog.h"
 #include "virusscaninterface.h"
 
@@ -63,6 +64,11 @@ CVirusDbusMiddle::CVirusDbusMiddle(QObject *parent) : QObject(parent)
                            SLOT(slot_ExecAuthDialog(SVirusInfo))),
                    "signal_showDialog");
     m_pAuthDialogThread->start(QThread::InheritPriority);
+
+    // Threats an earlier run left undecided go first, before the daemon can announce new ones.
+    m_pJournal = new CThreatJournal(CThreatJournal::defaultDirectory());
+    for (const SVirusInfo &info : m_pJournal->restored())
+        m_pAuthDialogThread->addVirusInfo(info);
 
     m_pVirusInterface = new VirusScanInterface(QStringLiteral("com.vorn.virus"), QStringLiteral("/daemon"),
                                                QDBusConnection::systemBus(), this);

@@ -12,6 +12,7 @@
 #include <QVariant>
 
 class CAuthDialogThread;
+class CThreatJournal;
 class QDBusInterface;
 class VirusScanInterface;
 
@@ -155,6 +156,9 @@ private:
     int m_nAnswersHandled = 0;
     VirusScanInterface *m_pVirusInterface = nullptr;
     CAuthDialogThread *m_pAuthDialogThread = nullptr;
+    CThreatJournal *m_pJournal = nullptr;
+    // The journal number of the threat being handed out to get_signalResult, 0 otherwise.
+    quint64 m_nHandingOut = 0;
     QMap<int, SVirusBoxInfo> virusMap;
     QDBusInterface *m_pNotifyInterface = nullptr;
     QString m_connectionName;

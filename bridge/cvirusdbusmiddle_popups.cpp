@@ -4,6 +4,7 @@
 
 #include "bridgelogging.h"
 #include "cauthdialogthread.h"
+#include "cthreatjournal.h"
 #include "cvorngenlog.h"
 #include "vorntext.h"
 
@@ -125,7 +126,8 @@ int CVirusDbusMiddle::show_retryVirusBoxNotify(const QString &strVirusName)
 
 int CVirusDbusMiddle::get_signalResult(const SVirusInfo &info)
 {
-    const SVirusBoxInfo entry{3, info.virusName, info.virusDetail, info.virusPath, info.virusFlag};
+    const SVirusBoxInfo entry{
+        3, info.virusName, info.virusDetail, info.virusPath, info.virusFlag, m_nHandingOut};
     // The threat-found box has no default action, and a timeout instead of a fold.
     const int ret =
         showAnsweredBox(0,
@@ -145,7 +147,10 @@ int CVirusDbusMiddle::get_signalResult(const SVirusInfo &info)
 
 int CVirusDbusMiddle::slot_ExecAuthDialog(SVirusInfo info)
 {
+    // The dialog thread hands threats out in the order they were queued, as the journal numbers them.
+    m_nHandingOut = m_pJournal->takeNext();
     get_signalResult(info);
+    m_nHandingOut = 0;
     return 0;
 }
 

@@ -1,6 +1,7 @@
 // What the bridge does with the user's answer to a risk box.
 #include "cvirusdbusmiddle.h"
 
+#include "cthreatjournal.h"
 #include "vorntext.h"
 
 namespace {
@@ -59,8 +60,11 @@ void CVirusDbusMiddle::slot_ResultSignal(int id, int state, QString reserved)
         break;
     default: break;
     }
-    if (remove)
+    if (remove) {
         virusMap.remove(id);
+        // Decided: a threat whose entry is kept stays undecided, on disk too.
+        m_pJournal->remove(entry.journalNumber);
+    }
 }
 
 void CVirusDbusMiddle::trustProcedure(int id, int state, const SVirusBoxInfo &entry)

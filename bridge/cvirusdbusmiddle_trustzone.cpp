@@ -3,6 +3,7 @@
 
 #include "accessibleinfo.h"
 #include "cauthdialogthread.h"
+#include "cthreatjournal.h"
 #include "cvorngenlog.h"
 #include "virusscaninterface.h"
 #include "vorntext.h"
@@ -82,6 +83,8 @@ void CVirusDbusMiddle::slot_rightClicked()
 
 void CVirusDbusMiddle::slot_addAuthDialog(SVirusInfo info)
 {
+    // On disk before it is queued: from here on, no end of the process loses it.
+    m_pJournal->add(info);
     m_pAuthDialogThread->addVirusInfo(info);
 }
 

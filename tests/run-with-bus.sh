@@ -43,6 +43,9 @@ if [ -z "${XDG_RUNTIME_DIR:-}" ]; then
     export XDG_RUNTIME_DIR=$dir
 fi
 
+# Threats the agent keeps for later go to a folder of this run, never to the user's own.
+export XDG_STATE_HOME=$dir/state
+
 # The command runs in a process group of its own, so whatever it starts can be stopped with it.
 set -m
 "$@" &
