@@ -7,7 +7,7 @@ packages=(cmake g++ make pkg-config git qtbase5-dev qtbase5-dev-tools dbus gette
 for extra in "$@"; do
     case "$extra" in
         build) ;;
-        package) packages+=(debhelper dpkg-dev) ;;
+        package) packages+=(debhelper dpkg-dev lintian) ;;
         *) echo "deps.sh: unknown group '$extra'" >&2; exit 2 ;;
     esac
 done
