@@ -11,7 +11,7 @@ trap 'exit 143' TERM
 export HALVO_LOG_FILE=$work/events.jsonl
 
 say() { printf '\n== %s\n' "$*"; }
-fail() { printf '\nDEMO FAILED: %s\n' "$*"; exit 1; }
+fail() { transcript; printf '\nDEMO FAILED: %s\n' "$*"; exit 1; }
 # Waits up to $1 seconds until the command that follows succeeds.
 wait_for() {
     local limit=$1 i
@@ -27,10 +27,24 @@ t() { TEXTDOMAINDIR=/usr/share/locale gettext -d vorn-defender -- "$1"; }
 state_has() { "$ctl" daemon state | grep -q "$1"; }
 box_shown() { grep -qF "$1" "$work/riskbox.out"; }
 
-# The event log, one readable line per event.
-touch "$HALVO_LOG_FILE"
-tail -n +1 -F "$HALVO_LOG_FILE" 2> /dev/null |
-    sed -u -E 's/^\{"entry":"[a-z_0-9]+",("level":(-?[0-9]+),)?"type":[0-9]+,"module":"([^"]*)","operation":"(.*)","result":"(.*)"\}$/event  [\3, level \2] \4 -- \5/' &
+# The transcript. Every source stamps its lines with the system-wide monotonic clock: the stand-ins
+# themselves, the event log in a field of its own, the agent's lines as they are read. After each
+# step the new lines of all sources are printed in the order of their stamps, so they read in the
+# order things happened, whichever source was read first.
+touch "$work/daemon.out" "$work/riskbox.out" "$work/agent.out" "$HALVO_LOG_FILE"
+declare -A printed=()
+transcript() {
+    sleep 0.5 # the last lines of the step, still on their way
+    local source lines
+    : > "$work/step"
+    for source in "$work/daemon.out" "$work/riskbox.out" "$work/agent.out" "$HALVO_LOG_FILE"; do
+        lines=$(wc -l < "$source")
+        tail -n +$((${printed[$source]:-0} + 1)) "$source" | head -n $((lines - ${printed[$source]:-0})) >> "$work/step"
+        printed[$source]=$lines
+    done
+    sed -E 's/^\{"entry":"[a-z_0-9]+",("level":(-?[0-9]+),)?"type":[0-9]+,"module":"([^"]*)","operation":"(.*)","result":"(.*)","monotonic":([0-9.]+)\}$/[\6] event  [\3, level \2] \4 -- \5/' "$work/step" |
+        sort -s -n -k1.2 | sed -E 's/^\[[0-9.]+\] //'
+}
 
 answers=("$(t "Clear Now")" "$(t Trust)" "$(t Confirm)" "$(t Trust)")
 riskbox_args=()
@@ -50,34 +64,40 @@ else
 fi
 
 say "Starting the stand-in daemon and risk-box service on a private bus ($mode)"
-"$build/standins/vorn-standin-daemon" &
-"$build/standins/vorn-standin-riskbox" "${riskbox_args[@]}" > >(tee "$work/riskbox.out") 2>&1 &
+"$build/standins/vorn-standin-daemon" --timestamps > "$work/daemon.out" 2>&1 &
+"$build/standins/vorn-standin-riskbox" --timestamps "${riskbox_args[@]}" > "$work/riskbox.out" 2>&1 &
 wait_for 10 "$ctl" daemon state || fail "the stand-in daemon did not start"
 wait_for 10 "$ctl" riskbox boxes || fail "the stand-in risk-box service did not start"
 
 say "Starting vorn-virus-agent (it waits five seconds before it connects)"
-"$build/app/vorn-virus-agent" 2>&1 | sed -u 's/^/agent: /' &
+"$build/app/vorn-virus-agent" 2>&1 |
+    perl -MTime::HiRes=clock_gettime,CLOCK_MONOTONIC -ne '$| = 1; printf "[%.6f] agent: %s", clock_gettime(CLOCK_MONOTONIC), $_' \
+        > "$work/agent.out" 2>&1 &
 for s in 5 4 3 2 1; do printf '   %s...\n' "$s"; sleep 1; done
 wait_for 10 grep -q "all signal have been connected" "$HALVO_LOG_FILE" || fail "the agent did not connect"
+transcript
 
 say "1. The daemon reports a threat; the user presses \"Clear Now\""
 "$ctl" daemon emit signal_showAuthDialog EICAR-Test-File "" /home/demo/Downloads/eicar.com true
 wait_for 60 state_has '"path":"/home/demo/Downloads/eicar.com"' || fail "the threat was not quarantined"
 wait_for 10 box_shown "$(t "The virus has been cleared and backed up to the quarantine area")" || fail "the cleared notice did not appear"
+transcript
 
 say "2. The daemon reports a file it cleared; the user presses Trust, then Confirm"
 "$ctl" daemon emit signal_sysPop /home/demo/setup-old.exe
 wait_for 60 state_has '"trustFiles":\[[^]]*"/home/demo/setup-old.exe"' || fail "the file did not reach the trust zone"
 wait_for 10 sh -c "! '$ctl' daemon state | grep -q '\"path\":\"/home/demo/setup-old.exe\"'" ||
     fail "the file was not restored from quarantine"
+transcript
 
 say "3. The daemon reports another threat; the user presses Trust"
 "$ctl" daemon emit signal_showAuthDialog Tool.KeyGen "" /home/demo/tools/keygen.exe false
 wait_for 60 state_has '"/home/demo/tools/keygen.exe"' || fail "the file did not reach the trust zone"
 wait_for 10 box_shown "$(t "Moved to trust zone")" || fail "the trusted notice did not appear"
+transcript
 
-sleep 0.5
 say "Final state of the stand-in daemon"
 "$ctl" daemon state
+transcript
 say "The scene played through: every step happened."
 exit 0

@@ -2,16 +2,19 @@
  *
  * With HALVO_LOG_FILE set, every call appends one JSON object on one line to that file; without
  * it, the same line goes to syslog (authpriv). Each line leaves in a single write(2) on a
- * descriptor opened with O_APPEND, so lines from several threads and processes never interleave. */
+ * descriptor opened with O_APPEND, so lines from several threads and processes never interleave.
+ * Each line ends with a "monotonic" field the caller does not send: when the call was made. */
 #define _GNU_SOURCE
 #include "halvolog.h"
 
 #include <errno.h>
 #include <fcntl.h>
 #include <stdarg.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <syslog.h>
+#include <time.h>
 #include <unistd.h>
 
 #define HALVO_EXPORT __attribute__((visibility("default")))
@@ -177,7 +180,13 @@ static int log_event(int has_level, int level, int type, const char *module, con
     append_json_string(&b, operation);
     append_text(&b, ",\"result\":");
     append_json_string(&b, result);
-    append_text(&b, "}\n");
+    /* Not part of the call: the system-wide monotonic clock when it was made, so that a transcript
+     * can put each event among the lines of the other processes in the order things happened. */
+    struct timespec now = {0, 0};
+    char stamp[48];
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    snprintf(stamp, sizeof stamp, ",\"monotonic\":%ld.%06ld}\n", (long)now.tv_sec, now.tv_nsec / 1000);
+    append_text(&b, stamp);
     if (!b.failed)
         emit_line(&b);
     free(b.data);
