@@ -13,9 +13,12 @@ expect usr/bin/vorn-virus-agent
 # CMake maps the /usr prefix's etc to /etc; a staging prefix keeps it below itself.
 expect "$([ -e "$stage/usr/etc" ] && echo usr/)etc/xdg/autostart/vorn-virus-agent.desktop"
 expect usr/share/locale/zh_CN/LC_MESSAGES/vorn-defender.mo
+expect usr/share/man/man1/vorn-virus-agent.1
 refuse usr/bin/vorn-standin-daemon
 refuse usr/bin/vorn-standin-riskbox
 refuse usr/bin/vorn-dialog-preview
+# The event log is the platform's: no copy of it, stand-in or not, lands anywhere.
+[ -z "$(find "$stage" -name 'libhalvo_log*')" ] || { echo "an event-log library was installed"; status=1; }
 ! grep -rq 'X-GNOME-Autostart-Phase' "$stage" || { echo "an autostart phase key"; status=1; }
 [ $status -eq 0 ] && echo "1 passed, 0 failed"
 exit $status

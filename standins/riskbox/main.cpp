@@ -81,7 +81,11 @@ int main(int argc, char *argv[])
     const QCommandLineOption timestampsOption(
         QStringLiteral("timestamps"),
         QStringLiteral("Start each printed line with the monotonic clock in seconds."));
-    parser.addOptions({headlessOption, answerOption, delayOption, quietOption, timestampsOption});
+    const QCommandLineOption snapshotsOption(
+        QStringLiteral("snapshots"),
+        QStringLiteral("Save a picture of each box window, as shown on the display, as DIR/box-ID.png."),
+        QStringLiteral("DIR"));
+    parser.addOptions({headlessOption, answerOption, delayOption, quietOption, timestampsOption, snapshotsOption});
     parser.process(*app);
 
     setTranscriptTimestamps(parser.isSet(timestampsOption));
@@ -89,6 +93,7 @@ int main(int argc, char *argv[])
     options.windows = !headless;
     options.quiet = parser.isSet(quietOption);
     options.answers = parser.values(answerOption);
+    options.snapshots = parser.value(snapshotsOption);
     bool delayOk = false;
     options.answerDelayMs = parser.value(delayOption).toInt(&delayOk);
     if (!delayOk || options.answerDelayMs < 0) {

@@ -8,6 +8,7 @@
 
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QScreen>
 #include <QTimer>
 
 namespace {
@@ -174,6 +175,13 @@ void RiskBoxStandIn::present(const RiskBox &box)
         });
         m_windows.insert(box.id, window);
         window->show();
+        if (!m_options.snapshots.isEmpty())
+            // Taken from the display once the window is mapped and painted: what a person sees.
+            QTimer::singleShot(500, window, [this, window, id = box.id] {
+                const QString file = QStringLiteral("%1/box-%2.png").arg(m_options.snapshots).arg(id);
+                if (window->screen()->grabWindow(window->winId()).save(file))
+                    print(QStringLiteral("riskbox: box %1 saved as %2").arg(id).arg(file));
+            });
     }
 }
 

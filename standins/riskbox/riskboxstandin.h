@@ -30,6 +30,7 @@ public:
         bool quiet = false;
         QStringList answers; // button labels, each used once, in order
         int answerDelayMs = 500;
+        QString snapshots; // a folder for a picture of each box window, or empty
     };
 
     explicit RiskBoxStandIn(const Options &options, QObject *parent = nullptr);
