@@ -54,58 +54,50 @@ private slots:
 
     void killedAgentLosesNoThreat()
     {
-        // Five threats in a burst; two answered; the agent killed while the third one's box is up.
-        // The next agent shows the last three, the third a second time; the one after shows none.
+        // Five threats in a burst; two decided; the agent killed while the third one's box is up. The
+        // next agent shows the last three, the third a second time; once they are decided, the one
+        // after restores none.
         QVERIFY(m_peers.riskbox.start());
         QProcess agent;
-        const auto start = [&] {
+        const auto restart = [&](const char *said) {
+            agent.kill();
+            agent.waitForFinished();
             m_peers.daemon.control("ClearCalls");
             agent.start(VORN_AGENT, QStringList());
             QTRY_COMPARE_WITH_TIMEOUT(m_peers.daemon.calls(), QStringList{"get_scanMode  []"}, 15000);
+            QVERIFY(agent.readAllStandardOutput().contains(said));
         };
         QStringList shown;
-        const auto answerUpTo = [&](const QString &last) {
+        const auto decideUpTo = [&](int count, bool last) {
             QVERIFY(waitFor(
                 [&] {
-                    const QList<QJsonObject> boxes = m_peers.riskbox.json("Boxes");
-                    const QJsonObject box = boxes.value(shown.size());
+                    const QJsonObject box = m_peers.riskbox.json("Boxes").value(shown.size());
                     if (box["shown"].toBool()) {
                         shown << box["contents"][1].toString().mid(11);
-                        if (shown.last() != last)
+                        if (shown.size() < count || last)
                             m_peers.riskbox.control("Press", {box["id"].toInt(), "Not for the time being"});
                     }
-                    return !shown.isEmpty() && shown.last() == last;
+                    return shown.size() == count;
                 },
                 15000));
         };
-        start();
+        const QString journal = qEnvironmentVariable("XDG_STATE_HOME") + "/vorn-defender/journal";
+        restart("restored 0 undecided threats");
         m_peers.daemon.control("EmitMany",
                                {"signal_showAuthDialog", QStringList{"T{n}", "", "/t{n}", "false"}, 5});
-        answerUpTo("T2");
-        // The second decision is on disk (the event comes just before it) when the agent dies.
-        const QString journal = qEnvironmentVariable("XDG_STATE_HOME") + "/vorn-defender/journal";
-        const auto journalHas = [&](const QByteArray &text) {
+        decideUpTo(3, false);
+        // The second decision is on disk (its event comes just before it) when the agent dies.
+        QTRY_VERIFY([&] {
             QFile file(journal);
-            return file.open(QIODevice::ReadOnly) && file.readAll().contains(text);
-        };
-        QTRY_VERIFY(journalHas("\nD 2 "));
-        agent.kill();
-        QVERIFY(agent.waitForFinished());
-        start();
-        QVERIFY(agent.readAllStandardOutput().contains("restored 3 undecided threats"));
-        m_peers.riskbox.control("Press", {shown.size(), "Not for the time being"});
-        answerUpTo("T4");
+            return file.open(QIODevice::ReadOnly) && file.readAll().contains("\nD 2 ");
+        }());
+        restart("restored 3 undecided threats");
+        decideUpTo(6, true);
         QCOMPARE(shown, (QStringList{"T0", "T1", "T2", "T2", "T3", "T4"}));
-        m_peers.riskbox.control("Press", {shown.size(), "Not for the time being"});
-        // All decided: the journal is back to nothing.
-        QTRY_COMPARE(m_peers.log.summary().count("Dealing with threats|Not for the time being|3"), 5);
         QTRY_COMPARE(QFileInfo(journal).size(), 0);
-        agent.terminate();
-        QVERIFY(agent.waitForFinished());
-        start();
-        QVERIFY(agent.readAllStandardOutput().contains("restored 0 undecided threats"));
-        agent.terminate();
-        QVERIFY(agent.waitForFinished());
+        restart("restored 0 undecided threats");
+        agent.kill();
+        agent.waitForFinished();
     }
 };
 

@@ -85,7 +85,8 @@ int main(int argc, char *argv[])
         QStringLiteral("snapshots"),
         QStringLiteral("Save a picture of each box window, as shown on the display, as DIR/box-ID.png."),
         QStringLiteral("DIR"));
-    parser.addOptions({headlessOption, answerOption, delayOption, quietOption, timestampsOption, snapshotsOption});
+    parser.addOptions(
+        {headlessOption, answerOption, delayOption, quietOption, timestampsOption, snapshotsOption});
     parser.process(*app);
 
     setTranscriptTimestamps(parser.isSet(timestampsOption));
