@@ -108,9 +108,12 @@ def copy_tree():
         if not os.path.isfile(source):
             continue
         os.makedirs(os.path.dirname(target), exist_ok=True)
-        # Unchanged files keep their time stamps, so a second run rebuilds only what changed.
+        # Unchanged files keep their time stamps, so a second run rebuilds only what changed; a
+        # changed one gets a new time stamp, never its source's, which may be older than what the
+        # last run built from the earlier content.
         if not os.path.exists(target) or open(source, "rb").read() != open(target, "rb").read():
-            shutil.copy2(source, target)
+            shutil.copyfile(source, target)
+            shutil.copymode(source, target)
 
 
 def build(log):
