@@ -159,8 +159,7 @@ void CThreatJournal::read()
         const QList<QByteArray> parts = body.split(' ');
         bool numbered = false;
         const quint64 number = parts.value(1).toULongLong(&numbered);
-        const auto found = std::lower_bound(m_records.begin(), m_records.end(), number,
-                                            [](const Record &r, quint64 n) { return r.number < n; });
+        const auto found = find(number);
         const bool sound = line.endsWith('\n') && seal > 0 && line.mid(seal + 1).chopped(1) == checksum(body);
         if (sound && parts.size() == 6 && parts[0] == "A" && numbered && number >= m_nextNumber &&
             (parts[2] == "0" || parts[2] == "1")) {
@@ -171,8 +170,7 @@ void CThreatJournal::read()
             m_records.push_back(Record{number, offset, line.size()});
             m_liveBytes += line.size();
             m_nextNumber = number + 1;
-        } else if (sound && parts.size() == 2 && parts[0] == "D" && numbered && found != m_records.end() &&
-                   found->number == number) {
+        } else if (sound && parts.size() == 2 && parts[0] == "D" && numbered && found != m_records.end()) {
             m_liveBytes -= found->length;
             m_records.erase(found);
         } else {
@@ -212,11 +210,17 @@ quint64 CThreatJournal::takeNext()
     return m_lastHandedOut;
 }
 
-void CThreatJournal::remove(quint64 number)
+std::vector<CThreatJournal::Record>::iterator CThreatJournal::find(quint64 number)
 {
     const auto found = std::lower_bound(m_records.begin(), m_records.end(), number,
                                         [](const Record &r, quint64 n) { return r.number < n; });
-    if (found == m_records.end() || found->number != number)
+    return found != m_records.end() && found->number == number ? found : m_records.end();
+}
+
+void CThreatJournal::remove(quint64 number)
+{
+    const auto found = find(number);
+    if (found == m_records.end())
         return;
     m_liveBytes -= found->length;
     m_records.erase(found);

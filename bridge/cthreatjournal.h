@@ -54,6 +54,8 @@ private:
     };
 
     bool open(const QString &directory);
+    // The undecided threat with this number, or the end.
+    std::vector<Record>::iterator find(quint64 number);
     void read();
     bool append(const QByteArray &record);
     void compact();
