@@ -25,16 +25,19 @@ wait_for() {
 # A text as the agent shows it: the same domain, looked up where the agent looks.
 t() { TEXTDOMAINDIR=/usr/share/locale gettext -d vorn-defender -- "$1"; }
 state_has() { "$ctl" daemon state | grep -q "$1"; }
-box_shown() { grep -qF "$1" "$work/riskbox.out"; }
+# A box with this line has been printed whole: its buttons come last.
+box_shown() { awk -v text="$1" 'index($0, text) { seen = 1 } seen && /riskbox:   [[(]/ { found = 1; exit } END { exit !found }' "$work/riskbox.out"; }
+# At least N lines of the event log have this text.
+events_have() { [ "$(grep -cF "$2" "$HALVO_LOG_FILE")" -ge "$1" ]; }
 
 # The transcript. Every source stamps its lines with the system-wide monotonic clock: the stand-ins
 # themselves, the event log in a field of its own, the agent's lines as they are read. After each
 # step the new lines of all sources are printed in the order of their stamps, so they read in the
-# order things happened, whichever source was read first.
+# order things happened, whichever source was read first. Each step waits for the last line it
+# makes, so that the next step's lines are all its own.
 touch "$work/daemon.out" "$work/riskbox.out" "$work/agent.out" "$HALVO_LOG_FILE"
 declare -A printed=()
 transcript() {
-    sleep 0.5 # the last lines of the step, still on their way
     local source lines
     : > "$work/step"
     for source in "$work/daemon.out" "$work/riskbox.out" "$work/agent.out" "$HALVO_LOG_FILE"; do
@@ -74,7 +77,9 @@ say "Starting vorn-virus-agent (it waits five seconds before it connects)"
     perl -MTime::HiRes=clock_gettime,CLOCK_MONOTONIC -ne '$| = 1; printf "[%.6f] agent: %s", clock_gettime(CLOCK_MONOTONIC), $_' \
         > "$work/agent.out" 2>&1 &
 for s in 5 4 3 2 1; do printf '   %s...\n' "$s"; sleep 1; done
-wait_for 10 grep -q "all signal have been connected" "$HALVO_LOG_FILE" || fail "the agent did not connect"
+wait_for 30 grep -q "all signal have been connected" "$HALVO_LOG_FILE" || fail "the agent did not connect"
+wait_for 10 grep -q "threat journal: " "$work/agent.out" || fail "the agent did not say where it keeps threats"
+wait_for 10 grep -q "reply get_scanMode" "$work/daemon.out" || fail "the agent did not wake the daemon"
 transcript
 
 say "1. The daemon reports a threat; the user presses \"Clear Now\""
@@ -94,6 +99,8 @@ say "3. The daemon reports another threat; the user presses Trust"
 "$ctl" daemon emit signal_showAuthDialog Tool.KeyGen "" /home/demo/tools/keygen.exe false
 wait_for 60 state_has '"/home/demo/tools/keygen.exe"' || fail "the file did not reach the trust zone"
 wait_for 10 box_shown "$(t "Moved to trust zone")" || fail "the trusted notice did not appear"
+# After the notice, the trust zone's record is written a second time.
+wait_for 10 events_have 2 "Add file /home/demo/tools/keygen.exe to trust zone" || fail "the second trust record is missing"
 transcript
 
 say "Final state of the stand-in daemon"

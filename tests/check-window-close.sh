@@ -26,11 +26,11 @@ unset QT_QPA_PLATFORM
 wait_for 10 "$ctl" daemon state && wait_for 10 "$ctl" riskbox boxes || fail "no stand-ins"
 "$build/app/vorn-virus-agent" > "$work/agent.out" 2>&1 &
 agent=$!
-wait_for 20 grep -q "all signal have been connected" "$HALVO_LOG_FILE" || fail "the agent did not connect"
+wait_for 30 grep -q "all signal have been connected" "$HALVO_LOG_FILE" || fail "the agent did not connect"
 
 "$ctl" daemon force add_trustFile 1
 "$ctl" daemon emit signal_showAuthDialog EICAR "" /home/u/first.exe false
-wait_for 10 shown 1 || fail "no threat box"
+wait_for 30 shown 1 || fail "no threat box"
 "$ctl" riskbox press 1 Trust
 wait_for 10 window || fail "the trust-failure box did not appear"
 echo "the agent shows window $(window): $(xdotool getwindowname "$(window)")"
@@ -40,6 +40,6 @@ kill -0 "$agent" 2> /dev/null || fail "closing the box ended the agent"
 
 "$ctl" daemon reset
 "$ctl" daemon emit signal_showAuthDialog EICAR "" /home/u/second.exe false
-wait_for 10 shown 3 || fail "the next threat was not handled after the box was closed"
+wait_for 30 shown 3 || fail "the next threat was not handled after the box was closed"
 kill -0 "$agent" 2> /dev/null || fail "the agent is gone"
 echo "1 passed, 0 failed: the agent outlived its closed window and handled the next threat"

@@ -96,20 +96,28 @@ public:
         : m_program(program), m_service(service), m_arguments(arguments)
     {}
     ~Peer() { stop(); }
+    // Started means running and owning the name itself: the bus may still show the name held by
+    // an earlier instance, and the name may be owned before QProcess has seen the start.
     bool start()
     {
         m_process.start(m_program, m_arguments);
-        waitFor([this] {
-            return QDBusConnection::systemBus().interface()->isServiceRegistered(m_service) ||
-                   m_process.state() == QProcess::NotRunning;
+        if (!m_process.waitForStarted())
+            return false;
+        bool owned = false;
+        waitFor([this, &owned] {
+            owned = QDBusConnection::systemBus().interface()->servicePid(m_service).value() ==
+                    quint64(m_process.processId());
+            return owned || m_process.state() == QProcess::NotRunning;
         });
-        return m_process.state() == QProcess::Running;
+        return owned;
     }
     void stop()
     {
         m_process.terminate();
-        if (!m_process.waitForFinished(5000))
+        if (!m_process.waitForFinished(5000)) {
             m_process.kill();
+            m_process.waitForFinished();
+        }
     }
     QDBusMessage control(const QString &method, const QVariantList &arguments = {}) const
     {

@@ -186,7 +186,7 @@ private slots:
             else if (action != "alone")
                 part(dialog, action)->click();
             // Every way out ends the dialog, but the tool button's "trust".
-            QTRY_VERIFY_WITH_TIMEOUT(dialog.isNull() == (action != "tool:trust"), 8000);
+            QTRY_VERIFY_WITH_TIMEOUT(dialog.isNull() == (action != "tool:trust"), 30000);
             // Five ticks of a coarse timer, which Qt may fire up to 5% early.
             QVERIFY(action != "alone" || clock.elapsed() >= 4750);
             QVERIFY2(m_test.log.summary() == events,

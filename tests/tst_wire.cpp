@@ -32,7 +32,7 @@ private:
         signal << value;
         const int before = m_sink.messages.size();
         m_sender.send(signal);
-        waitFor([&] { return m_sink.messages.size() > before; }, 5000);
+        waitFor([&] { return m_sink.messages.size() > before; }, 30000);
         return m_sink.messages.value(before);
     }
     template <typename T> static T read(const QDBusMessage &message, T into = T())
