@@ -10,26 +10,43 @@ config=${VORN_BUS_CONFIG:-$here/private-bus.conf}
 dir=$(mktemp -d "${TMPDIR:-/tmp}/vorn-bus.XXXXXX")
 bus_pid= job_pid=
 
+# Stops a process group: asked first, then, after a second, forced.
+stop_group() {
+    kill -TERM -- "-$1" 2>/dev/null
+    for _ in 1 2 3 4 5 6 7 8 9 10; do kill -0 -- "-$1" 2>/dev/null && sleep 0.1; done
+    kill -KILL -- "-$1" 2>/dev/null
+}
 cleanup() {
     trap - EXIT INT TERM HUP
-    if [ -n "$job_pid" ]; then
-        kill -TERM -- "-$job_pid" 2>/dev/null
-        for _ in 1 2 3 4 5 6 7 8 9 10; do kill -0 -- "-$job_pid" 2>/dev/null && sleep 0.1; done
-        kill -KILL -- "-$job_pid" 2>/dev/null
-    fi
+    [ -n "$job_pid" ] && stop_group "$job_pid"
     [ -n "$bus_pid" ] && kill -TERM "$bus_pid" 2>/dev/null && wait "$bus_pid" 2>/dev/null
     rm -rf "$dir"
+    echo done >&"$watcher"
 }
 trap cleanup EXIT
 trap 'exit 130' INT
 trap 'exit 143' TERM
 trap 'exit 129' HUP
 
+# Killed outright, this script runs no trap: CTest's timeout sends SIGKILL to it and everything
+# below it. A watcher outside that tree (it is reparented at once) reads a pipe that only this
+# script holds open. It learns the command's process group from it, and "done" when the script
+# has cleaned up itself; an end of the pipe without "done" means the script was killed, and the
+# watcher then stops that group and removes the directory. The bus stops by itself (pdeathsig).
+exec {watcher}> >(exec setsid -f bash -c "$(declare -f stop_group)"'
+    job=
+    while read -r word value; do
+        [ "$word" = job ] && job=$value
+        [ "$word" = done ] && exit 0
+    done
+    [ -n "$job" ] && stop_group "$job"
+    rm -rf "$1"' watcher "$dir" > /dev/null 2>&1)
+
 # The bus dies with this script even if the script is killed outright (pdeathsig).
 setpriv --pdeathsig TERM -- dbus-daemon --nofork --config-file="$config" --address="unix:dir=$dir" \
-    --print-address=3 3>"$dir/address" 2>"$dir/bus.log" &
+    --print-address=3 3>"$dir/address" 2>"$dir/bus.log" {watcher}>&- &
 bus_pid=$!
-for _ in $(seq 1 100); do [ -s "$dir/address" ] || sleep 0.05; done
+for _ in $(seq 1 600); do [ -s "$dir/address" ] && break; sleep 0.05; done
 [ -s "$dir/address" ] || { echo "run-with-bus: dbus-daemon did not start:" >&2; cat "$dir/bus.log" >&2; exit 1; }
 export DBUS_SYSTEM_BUS_ADDRESS=$(head -n 1 "$dir/address")
 # In sanitizer builds: the known, deliberate leaks are suppressed, and undefined behaviour stops
@@ -45,9 +62,13 @@ fi
 
 # Threats the agent keeps for later go to a folder of this run, never to the user's own.
 export XDG_STATE_HOME=$dir/state
+# Temporary files of the command go there too, so they are removed with it even when it is killed.
+mkdir "$dir/tmp"
+export TMPDIR=$dir/tmp
 
 # The command runs in a process group of its own, so whatever it starts can be stopped with it.
 set -m
-"$@" &
+"$@" {watcher}>&- &
 job_pid=$!
+echo "job $job_pid" >&"$watcher"
 wait "$job_pid"
