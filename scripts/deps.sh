@@ -2,7 +2,7 @@
 # Installs the Debian 12 packages the project needs, only those that are missing.
 #   deps.sh [build|package|screenshots]...   (build is always included)
 set -eu
-packages=(cmake g++ make pkg-config git qtbase5-dev qtbase5-dev-tools dbus gettext util-linux desktop-file-utils
+packages=(cmake g++ make pkg-config git qtbase5-dev qtbase5-dev-tools dbus gettext util-linux desktop-file-utils systemd
           xvfb xauth xdotool)
 for extra in "$@"; do
     case "$extra" in
