@@ -44,7 +44,6 @@ public:
     // Bytes of the journal on disk.
     qint64 size() const { return m_size; }
 
-private:
     // Where an undecided threat's record lies in the file.
     struct Record
     {
@@ -52,10 +51,34 @@ private:
         qint64 offset = 0;
         qint64 length = 0;
     };
+    // What the bytes of a journal hold.
+    struct Contents
+    {
+        // The undecided threats, oldest first, and where their records lie.
+        std::vector<Record> records;
+        SVirusInfoList threats;
+        // The number the next threat gets.
+        quint64 nextNumber = 1;
+        // The length of the longest prefix of valid records, and what was wrong after it, if anything.
+        qint64 validBytes = 0;
+        QString problem;
+    };
+    // Reads data, the first bytes of a journal file of fileSize bytes (at least data.size()). For
+    // any bytes, it reads nothing beyond data and returns the undecided threats of the longest
+    // prefix of valid records: each "A" record with a number above every earlier one, no larger
+    // than kMaxNumber, less those a later "D" record decided. The records come in rising number
+    // order, and nextNumber is above all of them and at most kMaxNumber + 1, so numbering can
+    // neither wrap nor repeat whatever numbers the file holds (add() gives out no number above
+    // kMaxNumber).
+    static Contents parse(const QByteArray &data, qint64 fileSize);
+    // The records that add() and remove() append.
+    static QByteArray threatRecord(quint64 number, const SVirusInfo &info);
+    static QByteArray decisionRecord(quint64 number);
+    // No agent announces this many threats; a journal that numbers one higher is not valid.
+    static constexpr quint64 kMaxNumber = quint64(1) << 62;
 
+private:
     bool open(const QString &directory);
-    // The undecided threat with this number, or the end.
-    std::vector<Record>::iterator find(quint64 number);
     void read();
     bool append(const QByteArray &record);
     void compact();
