@@ -1,6 +1,6 @@
 #!/bin/bash
 # Installs the Debian 12 packages the project needs, only those that are missing.
-#   deps.sh [build|package|screenshots|reproducible]...   (build is always included)
+#   deps.sh [build|package|screenshots|reproducible|fuzz]...   (build is always included)
 set -eu
 packages=(cmake g++ make pkg-config git qtbase5-dev qtbase5-dev-tools dbus gettext util-linux desktop-file-utils systemd
           xvfb xauth xdotool)
@@ -10,6 +10,7 @@ for extra in "$@"; do
         package) packages+=(debhelper dpkg-dev lintian) ;;
         screenshots) packages+=(fonts-noto-cjk) ;;
         reproducible) packages+=(debhelper dpkg-dev lintian diffoscope-minimal) ;;
+        fuzz) packages+=(clang libfuzzer-14-dev) ;;
         *) echo "deps.sh: unknown group '$extra'" >&2; exit 2 ;;
     esac
 done

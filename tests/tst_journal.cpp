@@ -3,6 +3,7 @@
 #include "harness.h"
 
 #include "cthreatjournal.h"
+#include "journalpromises.h"
 
 #include <csignal>
 #include <sys/resource.h>
@@ -160,6 +161,22 @@ private slots:
         QCOMPARE(reopen(&text).replaceInStrings(QRegularExpression("\\|.*"), ""),
                  (QStringList{"0", "1", "2", "3"}));
         QCOMPARE(text.count('\n'), 1);
+    }
+
+    // The fuzzer's seeds, journals the agent wrote, and every input that once broke a promise.
+    void promisesHoldForTheFuzzCorpus_data()
+    {
+        QTest::addColumn<QString>("file");
+        for (const char *folder : {"/corpus", "/regressions"})
+            for (const QFileInfo &file : QDir(VORN_FUZZ_DIR + QString(folder)).entryInfoList(QDir::Files))
+                QTest::newRow(qPrintable(file.fileName())) << file.filePath();
+    }
+    void promisesHoldForTheFuzzCorpus()
+    {
+        QFETCH(QString, file);
+        QFile journal(file);
+        QVERIFY(journal.open(QIODevice::ReadOnly));
+        QCOMPARE(brokenJournalPromise(journal.readAll()), QString());
     }
 
     void compactionFollowsTheUndecided()

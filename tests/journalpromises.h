@@ -1,0 +1,63 @@
+#ifndef JOURNALPROMISES_H
+#define JOURNALPROMISES_H
+
+// What the journal promises for any bytes in its file: checked by the fuzzer on whatever it makes,
+// and by the suite on the fuzzer's corpus and on every input that once broke a promise.
+#include "cthreatjournal.h"
+
+#include <QStringList>
+
+inline QStringList threatTexts(const SVirusInfoList &threats)
+{
+    QStringList texts;
+    for (const SVirusInfo &t : threats)
+        texts << t.virusName + '\n' + t.virusDetail + '\n' + t.virusPath + '\n' + QString::number(t.virusFlag);
+    return texts;
+}
+
+// The promise the bytes break, or an empty text.
+inline QString brokenJournalPromise(const QByteArray &data)
+{
+    using J = CThreatJournal;
+    const J::Contents read = J::parse(data, data.size());
+    // Numbers rise, stay in range, and the next one is above them all: it can neither wrap nor repeat.
+    quint64 last = 0;
+    for (const J::Record &record : read.records) {
+        if (record.number <= last || record.number > J::kMaxNumber)
+            return QStringLiteral("number %1 after %2").arg(record.number).arg(last);
+        last = record.number;
+    }
+    if (read.nextNumber <= last || read.nextNumber > J::kMaxNumber + 1 || read.records.size() != size_t(read.threats.size()))
+        return QStringLiteral("next number %1 after %2").arg(read.nextNumber).arg(last);
+    // What it restores is what the longest valid prefix holds, and what follows is said to be wrong.
+    const J::Contents prefix = J::parse(data.left(read.validBytes), read.validBytes);
+    if (!prefix.problem.isEmpty() || threatTexts(prefix.threats) != threatTexts(read.threats) ||
+        prefix.nextNumber != read.nextNumber || (read.validBytes < data.size()) == read.problem.isEmpty())
+        return QStringLiteral("not the longest valid prefix: ") + read.problem;
+    // Compacted as at the next start (each record's bytes copied), the same threats, byte for byte.
+    QByteArray compacted;
+    for (const J::Record &record : read.records)
+        compacted += data.mid(int(record.offset), int(record.length));
+    const J::Contents again = J::parse(compacted, compacted.size());
+    if (!again.problem.isEmpty() || threatTexts(again.threats) != threatTexts(read.threats))
+        return QStringLiteral("compacted, it reads otherwise: ") + again.problem;
+    // A threat added then is restored after them, and once all are decided, nothing comes back.
+    QByteArray journal = compacted;
+    SVirusInfoList expected = read.threats;
+    if (read.nextNumber <= J::kMaxNumber) {
+        const SVirusInfo added{"new", "", "/new", true};
+        journal += J::threatRecord(read.nextNumber, added);
+        expected << added;
+    }
+    const J::Contents more = J::parse(journal, journal.size());
+    if (!more.problem.isEmpty() || threatTexts(more.threats) != threatTexts(expected))
+        return QStringLiteral("a threat added after them is not restored after them: ") + more.problem;
+    for (const J::Record &record : more.records)
+        journal += J::decisionRecord(record.number);
+    const J::Contents decided = J::parse(journal, journal.size());
+    if (!decided.problem.isEmpty() || !decided.threats.isEmpty())
+        return QStringLiteral("%1 decided threats come back: ").arg(decided.threats.size()) + decided.problem;
+    return QString();
+}
+
+#endif // JOURNALPROMISES_H
