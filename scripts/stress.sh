@@ -26,7 +26,7 @@ mkdir -p "$logs"
 
 hogs=()
 stop_hogs() {
-    [ ${#hogs[@]} -eq 0 ] || { kill "${hogs[@]}" 2>/dev/null; wait "${hogs[@]}" 2>/dev/null; }
+    [ ${#hogs[@]} -eq 0 ] || { kill "${hogs[@]}" 2>/dev/null; wait "${hogs[@]}" 2>/dev/null || true; }
     hogs=()
 }
 trap stop_hogs EXIT
