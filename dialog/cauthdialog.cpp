@@ -10,9 +10,9 @@
 
 #include <QApplication>
 #include <QCloseEvent>
-#include <QDesktopWidget>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QScreen>
 #include <QTimer>
 #include <QToolButton>
 #include <QVBoxLayout>
@@ -65,7 +65,7 @@ void CAuthDialog::buildContent()
     auto *title = new QLabel(this);
     QFont titleFont;
     titleFont.setPixelSize(18);
-    titleFont.setWeight(75);
+    titleFont.setWeight(QFont::Bold);
     title->setFont(titleFont);
     name(title, QStringLiteral("pTitleName"));
     title->setText(vornText("Discover virus threat"));
@@ -120,7 +120,8 @@ void CAuthDialog::buildContent()
 void CAuthDialog::centre()
 {
     const QWidget *active = QApplication::activeWindow();
-    const QRect ref = active ? active->geometry() : QApplication::desktop()->geometry();
+    // The whole desktop, all screens together (what Qt 5's desktop widget spanned).
+    const QRect ref = active ? active->geometry() : QGuiApplication::primaryScreen()->virtualGeometry();
     const QRect own = geometry();
     // Right and bottom are inclusive on both sides, so the off-by-one cancels out.
     move(ref.left() + ((ref.right() - ref.left()) - (own.right() - own.left())) / 2,

@@ -1,6 +1,6 @@
 #!/bin/bash
 # Installs the Debian 12 packages the project needs, only those that are missing.
-#   deps.sh [build|package|screenshots|reproducible|fuzz]...   (build is always included)
+#   deps.sh [build|package|screenshots|reproducible|fuzz|qt6]...   (build is always included)
 set -eu
 packages=(cmake g++ make pkg-config git qtbase5-dev qtbase5-dev-tools dbus gettext util-linux desktop-file-utils systemd
           xvfb xauth xdotool)
@@ -11,6 +11,7 @@ for extra in "$@"; do
         screenshots) packages+=(fonts-noto-cjk) ;;
         reproducible) packages+=(debhelper dpkg-dev lintian diffoscope-minimal) ;;
         fuzz) packages+=(clang libfuzzer-14-dev) ;;
+        qt6) packages+=(qt6-base-dev qt6-base-dev-tools qt6-qpa-plugins) ;;
         *) echo "deps.sh: unknown group '$extra'" >&2; exit 2 ;;
     esac
 done

@@ -5,9 +5,9 @@
 #include "fixlabel.h"
 #include "harness.h"
 
-#include <QDesktopWidget>
 #include <QLayout>
 #include <QPointer>
+#include <QScreen>
 #include <QTextDocument>
 #include <QToolButton>
 
@@ -94,7 +94,7 @@ private slots:
         QVERIFY(QTest::qWaitForWindowExposed(dialog.data()));
         // Centred on the desktop, as no window of the agent is active; each part named, with its
         // least size and a label's whole text; margins 24 at the sides and bottom, 16 above.
-        const QRect desktop = QApplication::desktop()->geometry();
+        const QRect desktop = QGuiApplication::primaryScreen()->virtualGeometry();
         const QString program = QFileInfo(QCoreApplication::arguments().first()).fileName();
         QStringList look{dialog->windowTitle(), QStringLiteral("%1x%2+%3+%4")
                                                     .arg(dialog->maximumWidth())
@@ -123,7 +123,7 @@ private slots:
                  QStringLiteral("trust 96"));
         auto *title = part<QLabel>(dialog, "pTitleName");
         QCOMPARE(QStringLiteral("%1px %2").arg(title->font().pixelSize()).arg(title->font().weight()),
-                 QStringLiteral("18px 75"));
+                 QStringLiteral("18px %1").arg(QFont::Bold));
         auto *file = part<FixLabel>(dialog, "pFileName");
         QVERIFY(file->text().endsWith(QChar(0x2026)) && file->toolTip() == file->fullText());
         QCOMPARE(file->textFormat() + part<FixLabel>(dialog, "pVirusName")->textFormat(), 2 * Qt::PlainText);

@@ -163,6 +163,26 @@ private slots:
         QCOMPARE(text.count('\n'), 1);
     }
 
+    // A journal is shared by the agent built with Qt 5 and with Qt 6: this one, which the Qt 5
+    // agent wrote, is written byte for byte and read back the same under the Qt the suite runs on.
+    void journalIsTheSameUnderEitherQt()
+    {
+        const SVirusInfoList threats{{"line\nbreak", "<b>markup</b> %1", "/tmp/a b\n/c", true},
+                                     {"%1 %2 \\ %20", QString(300, 'x'), "/e%20f", false},
+                                     {QString::fromUtf8("病毒 \xf0\x9f\x90\x9b"), "", QString::fromUtf8("/home/ü/文件.exe"), true},
+                                     {"", "", "", false}};
+        QFile file(VORN_FUZZ_DIR "/corpus/hostile");
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        const QByteArray written = file.readAll();
+        QByteArray records;
+        for (int i = 0; i < threats.size(); ++i)
+            records += CThreatJournal::threatRecord(i + 1, threats.at(i));
+        QCOMPARE(records, written);
+        const CThreatJournal::Contents read = CThreatJournal::parse(written, written.size());
+        QCOMPARE(threatTexts(read.threats), threatTexts(threats));
+        QCOMPARE(read.problem, QString());
+    }
+
     // The fuzzer's seeds, journals the agent wrote, and every input that once broke a promise.
     void promisesHoldForTheFuzzCorpus_data()
     {

@@ -145,7 +145,7 @@ int main(int argc, char *argv[])
         if (!value.isValid())
             continue;
         const QStringList lines =
-            value.type() == QVariant::StringList ? value.toStringList() : QStringList{value.toString()};
+            value.userType() == QMetaType::QStringList ? value.toStringList() : QStringList{value.toString()};
         for (const QString &line : lines)
             std::printf("%s\n", qPrintable(line));
     }

@@ -65,7 +65,7 @@ void RiskBoxWindow::press(const QString &label)
     }
 }
 
-void RiskBoxWindow::enterEvent(QEvent *event)
+void RiskBoxWindow::enterEvent(EnterEvent *event)
 {
     unfold();
     QWidget::enterEvent(event);

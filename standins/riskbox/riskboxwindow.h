@@ -3,6 +3,7 @@
 
 #include "riskbox.h"
 
+#include <QEnterEvent>
 #include <QList>
 #include <QWidget>
 
@@ -31,7 +32,12 @@ signals:
     void bodyClicked();
 
 protected:
-    void enterEvent(QEvent *event) override;
+#if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
+    using EnterEvent = QEnterEvent; // Qt 6 hands the entering over with the pointer's position
+#else
+    using EnterEvent = QEvent;
+#endif
+    void enterEvent(EnterEvent *event) override;
     void mousePressEvent(QMouseEvent *event) override;
 
 private:
