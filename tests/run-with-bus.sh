@@ -71,4 +71,10 @@ set -m
 "$@" {watcher}>&- &
 job_pid=$!
 echo "job $job_pid" >&"$watcher"
-wait "$job_pid"
+# Run from a terminal, the command gets it, so that an interactive shell (run-with-bus.sh bash) can
+# read. CTest passes its terminal as standard input too, but reads standard output through a pipe.
+if [ -t 0 ] && [ -t 1 ]; then
+    fg %% > /dev/null
+else
+    wait "$job_pid"
+fi
