@@ -75,10 +75,12 @@ QByteArray sealed(const QByteArray &body)
 }
 
 // The undecided threat with this number, or the end; the records are in rising number order.
-std::vector<CThreatJournal::Record>::iterator find(std::vector<CThreatJournal::Record> &records, quint64 number)
+std::vector<CThreatJournal::Record>::iterator find(std::vector<CThreatJournal::Record> &records,
+                                                   quint64 number)
 {
-    const auto found = std::lower_bound(records.begin(), records.end(), number,
-                                        [](const CThreatJournal::Record &r, quint64 n) { return r.number < n; });
+    const auto found =
+        std::lower_bound(records.begin(), records.end(), number,
+                         [](const CThreatJournal::Record &r, quint64 n) { return r.number < n; });
     return found != records.end() && found->number == number ? found : records.end();
 }
 
@@ -198,7 +200,8 @@ CThreatJournal::Contents CThreatJournal::parse(const QByteArray &data, qint64 fi
         bool numbered = false;
         const quint64 number = parts.value(1).toULongLong(&numbered);
         const auto found = find(records, number);
-        const bool sound = line.endsWith('\n') && seal > 0 && checksumMatches(body, line.mid(seal + 1).chopped(1));
+        const bool sound =
+            line.endsWith('\n') && seal > 0 && checksumMatches(body, line.mid(seal + 1).chopped(1));
         if (sound && parts.size() == 6 && parts[0] == "A" && numbered && number >= contents.nextNumber &&
             number <= kMaxNumber && (parts[2] == "0" || parts[2] == "1")) {
             const auto text = [&parts](int i) {
@@ -226,8 +229,8 @@ CThreatJournal::Contents CThreatJournal::parse(const QByteArray &data, qint64 fi
 
 QByteArray CThreatJournal::threatRecord(quint64 number, const SVirusInfo &info)
 {
-    return sealed("A " + QByteArray::number(number) + (info.virusFlag ? " 1 " : " 0 ") + field(info.virusName) +
-                  ' ' + field(info.virusDetail) + ' ' + field(info.virusPath));
+    return sealed("A " + QByteArray::number(number) + (info.virusFlag ? " 1 " : " 0 ") +
+                  field(info.virusName) + ' ' + field(info.virusDetail) + ' ' + field(info.virusPath));
 }
 
 QByteArray CThreatJournal::decisionRecord(quint64 number)

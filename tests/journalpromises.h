@@ -11,7 +11,8 @@ inline QStringList threatTexts(const SVirusInfoList &threats)
 {
     QStringList texts;
     for (const SVirusInfo &t : threats)
-        texts << t.virusName + '\n' + t.virusDetail + '\n' + t.virusPath + '\n' + QString::number(t.virusFlag);
+        texts << t.virusName + '\n' + t.virusDetail + '\n' + t.virusPath + '\n' +
+                     QString::number(t.virusFlag);
     return texts;
 }
 
@@ -27,7 +28,8 @@ inline QString brokenJournalPromise(const QByteArray &data)
             return QStringLiteral("number %1 after %2").arg(record.number).arg(last);
         last = record.number;
     }
-    if (read.nextNumber <= last || read.nextNumber > J::kMaxNumber + 1 || read.records.size() != size_t(read.threats.size()))
+    if (read.nextNumber <= last || read.nextNumber > J::kMaxNumber + 1 ||
+        read.records.size() != size_t(read.threats.size()))
         return QStringLiteral("next number %1 after %2").arg(read.nextNumber).arg(last);
     // What it restores is what the longest valid prefix holds, and what follows is said to be wrong.
     const J::Contents prefix = J::parse(data.left(read.validBytes), read.validBytes);

@@ -324,8 +324,9 @@ private slots:
         // learns of the departure on its own time, so it is asked until it knows.)
         QDBusConnection privateConnection(
             QStringLiteral("virus_dialog_conn_%1").arg(QCoreApplication::applicationPid()));
-        QVERIFY(waitFor(
-            [&] { return !privateConnection.interface()->isServiceRegistered("com.tarsel.secriskbox").value(); }));
+        QVERIFY(waitFor([&] {
+            return !privateConnection.interface()->isServiceRegistered("com.tarsel.secriskbox").value();
+        }));
         QCoreApplication::processEvents();
         StdoutCapture out;
         QCOMPARE(m_test.bridge->create_secRiskBox(0, {"x"}) + m_test.bridge->create_secRiskBox(0, {"x"}), -2);

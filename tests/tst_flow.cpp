@@ -53,7 +53,9 @@ private slots:
         QTest::qWait(2500);
         QCOMPARE(m_test.riskbox.calls().filter(QRegularExpression("^show ")).size(), 1);
         QCOMPARE(m_test.bridge->pendingThreats(), 3);
-        QTRY_COMPARE(m_test.log.summary().count("CVirusDbusMiddle: authDialog already exec|operation successful|3"), 1);
+        QTRY_COMPARE(
+            m_test.log.summary().count("CVirusDbusMiddle: authDialog already exec|operation successful|3"),
+            1);
         // A threat box shown by hand re-arms the thread; the three follow in order, each box shown
         // before the next one is created.
         m_test.Peers::reset();

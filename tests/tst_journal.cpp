@@ -163,27 +163,9 @@ private slots:
         QCOMPARE(text.count('\n'), 1);
     }
 
-    // A journal is shared by the agent built with Qt 5 and with Qt 6: this one, which the Qt 5
-    // agent wrote, is written byte for byte and read back the same under the Qt the suite runs on.
-    void journalIsTheSameUnderEitherQt()
-    {
-        const SVirusInfoList threats{{"line\nbreak", "<b>markup</b> %1", "/tmp/a b\n/c", true},
-                                     {"%1 %2 \\ %20", QString(300, 'x'), "/e%20f", false},
-                                     {QString::fromUtf8("病毒 \xf0\x9f\x90\x9b"), "", QString::fromUtf8("/home/ü/文件.exe"), true},
-                                     {"", "", "", false}};
-        QFile file(VORN_FUZZ_DIR "/corpus/hostile");
-        QVERIFY(file.open(QIODevice::ReadOnly));
-        const QByteArray written = file.readAll();
-        QByteArray records;
-        for (int i = 0; i < threats.size(); ++i)
-            records += CThreatJournal::threatRecord(i + 1, threats.at(i));
-        QCOMPARE(records, written);
-        const CThreatJournal::Contents read = CThreatJournal::parse(written, written.size());
-        QCOMPARE(threatTexts(read.threats), threatTexts(threats));
-        QCOMPARE(read.problem, QString());
-    }
-
-    // The fuzzer's seeds, journals the agent wrote, and every input that once broke a promise.
+    // The fuzzer's seeds and every input that once broke a promise. The seeds are journals the
+    // agent built with Qt 5 wrote: whichever Qt the suite runs on writes each undecided record of
+    // them byte for byte again, so the Qt 5 and Qt 6 agents share a journal.
     void promisesHoldForTheFuzzCorpus_data()
     {
         QTest::addColumn<QString>("file");
@@ -196,7 +178,12 @@ private slots:
         QFETCH(QString, file);
         QFile journal(file);
         QVERIFY(journal.open(QIODevice::ReadOnly));
-        QCOMPARE(brokenJournalPromise(journal.readAll()), QString());
+        const QByteArray bytes = journal.readAll();
+        QCOMPARE(brokenJournalPromise(bytes), QString());
+        const CThreatJournal::Contents read = CThreatJournal::parse(bytes, bytes.size());
+        for (size_t i = 0; file.contains("/corpus/") && i < read.records.size(); ++i)
+            QCOMPARE(CThreatJournal::threatRecord(read.records[i].number, read.threats.at(int(i))),
+                     bytes.mid(int(read.records[i].offset), int(read.records[i].length)));
     }
 
     void compactionFollowsTheUndecided()
