@@ -33,7 +33,6 @@ wait_for 30 grep -q "all signal have been connected" "$HALVO_LOG_FILE" || fail "
 wait_for 30 shown 1 || fail "no threat box"
 "$ctl" riskbox press 1 Trust
 wait_for 10 window || fail "the trust-failure box did not appear"
-echo "the agent shows window $(window): $(xdotool getwindowname "$(window)")"
 xdotool key --window "$(window)" Escape 2> /dev/null # the key-up may reach a window already closed
 wait_for 10 sh -c "! xdotool search --onlyvisible --pid $agent" || fail "the box did not close"
 kill -0 "$agent" 2> /dev/null || fail "closing the box ended the agent"
@@ -41,5 +40,4 @@ kill -0 "$agent" 2> /dev/null || fail "closing the box ended the agent"
 "$ctl" daemon reset
 "$ctl" daemon emit signal_showAuthDialog EICAR "" /home/u/second.exe false
 wait_for 30 shown 3 || fail "the next threat was not handled after the box was closed"
-kill -0 "$agent" 2> /dev/null || fail "the agent is gone"
 echo "1 passed, 0 failed: the agent outlived its closed window and handled the next threat"

@@ -17,16 +17,6 @@
 #include <cstdio>
 #include <unistd.h>
 
-// Waits, serving events, until the condition holds or the time is up.
-template <typename Condition> bool waitFor(Condition condition, int ms = 10000)
-{
-    QElapsedTimer timer;
-    for (timer.start(); !condition(); QTest::qWait(10))
-        if (timer.hasExpired(ms))
-            return false;
-    return true;
-}
-
 inline QString compact(const QJsonValue &value)
 {
     return QJsonDocument(QJsonArray{value}).toJson(QJsonDocument::Compact).mid(1).chopped(1);
@@ -104,12 +94,14 @@ public:
         if (!m_process.waitForStarted())
             return false;
         bool owned = false;
-        waitFor([this, &owned] {
-            owned = QDBusConnection::systemBus().interface()->servicePid(m_service).value() ==
-                    quint64(m_process.processId());
-            return owned || m_process.state() == QProcess::NotRunning;
-        });
-        return owned;
+        return QTest::qWaitFor(
+                   [this, &owned] {
+                       owned = QDBusConnection::systemBus().interface()->servicePid(m_service).value() ==
+                               quint64(m_process.processId());
+                       return owned || m_process.state() == QProcess::NotRunning;
+                   },
+                   10000) &&
+               owned;
     }
     void stop()
     {
@@ -163,14 +155,13 @@ public:
     }
     // Faults, space-separated: "d:" the daemon, "r:" the risk-box service, then METHOD=N (answers
     // N), METHOD! (an error reply), METHOD!N (an error after N good replies), METHOD? (a reply
-    // without arguments), METHOD~N (N without the out-parameter).
+    // without arguments).
     void fault(const QString &faults)
     {
         for (const QString &token : faults.split(' ', Qt::SkipEmptyParts)) {
-            const QRegularExpressionMatch m = QRegularExpression("^(.):(\\w+)([=!?~])(-?\\d*)$").match(token);
+            const QRegularExpressionMatch m = QRegularExpression("^(.):(\\w+)([=!?])(-?\\d*)$").match(token);
             const QString how = m.captured(3), n = m.captured(4);
             const QString call = how == "="    ? "Force"
-                                 : how == "~"  ? "Short"
                                  : how == "?"  ? "Empty"
                                  : n.isEmpty() ? "Fail"
                                                : "FailAfter";

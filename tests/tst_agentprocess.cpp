@@ -71,7 +71,7 @@ private slots:
         };
         QStringList shown;
         const auto decideUpTo = [&](int count, bool last) {
-            QVERIFY(waitFor(
+            QVERIFY(QTest::qWaitFor(
                 [&] {
                     const QJsonObject box = m_peers.riskbox.json("Boxes").value(shown.size());
                     if (box["shown"].toBool()) {

@@ -146,8 +146,9 @@ private slots:
         // neither count until its box is up, so the sum is read until it adds up (not read again).
         int total = 0;
         QVERIFY2(
-            waitFor([&] { return (total = m_test.bridge->pendingThreats() + threats(from).size()) == count; },
-                    60000),
+            QTest::qWaitFor(
+                [&] { return (total = m_test.bridge->pendingThreats() + threats(from).size()) == count; },
+                60000),
             qPrintable(QString::number(total)));
         QTRY_VERIFY_WITH_TIMEOUT(threats(from).size() >= 3, 30000);
         QCOMPARE(threats(from).mid(0, 3).join(',').remove(QRegularExpression("\\d+ ")),

@@ -88,28 +88,17 @@ private slots:
         QTest::addColumn<QString>("said");
         const QString unused = "threats are not being kept: .*/";
         const QString untouched = "; it is neither read nor written";
-        QTest::newRow("torn") << "printf 'A 4 0 torn' >> vorn-defender/journal" << QStringList{"a", "b", "c"}
-                              << "skipped a torn last record of 10 bytes";
-        QTest::newRow("garbled")
-            << "sed -i 's/A 2 0 b/A 2 0 B/' vorn-defender/journal" << QStringList{"a"}
-            << "the record at byte 16 is not valid; the 31 bytes from there on are ignored";
-        QTest::newRow("junk")
-            << "head -c 99999 /dev/zero >> vorn-defender/journal && sed -i 1s/^/x/ vorn-defender/journal"
-            << QStringList{}
-            << "the record at byte 0 is not valid; the 100047 bytes from there on are ignored";
-        QTest::newRow("group-writable")
-            << "chmod 0620 vorn-defender/journal" << QStringList{}
-            << unused + "vorn-defender/journal is writable by group or others" + untouched;
-        QTest::newRow("open folder") << "chmod 0777 vorn-defender" << QStringList{}
-                                     << unused + "vorn-defender is writable by group or others" + untouched;
-        QTest::newRow("stranger's") << "chown 4242 vorn-defender/journal" << QStringList{}
-                                    << unused + "vorn-defender/journal is not owned by this user" + untouched;
-        QTest::newRow("link") << "cd vorn-defender && mv journal j && ln -s j journal" << QStringList{}
-                              << unused + "vorn-defender/journal: Too many levels of symbolic links";
-        QTest::newRow("not a folder") << "rm -r vorn-defender && touch vorn-defender" << QStringList{}
-                                      << unused + "vorn-defender is not a folder";
-        QTest::newRow("folder cannot be made") << "p=$PWD && rm -r \"$p\" && touch \"$p\"" << QStringList{}
-                                               << unused + "vorn-defender: Not a directory";
+        // clang-format off
+        QTest::newRow("torn") << "printf 'A 4 0 torn' >> vorn-defender/journal" << QStringList{"a", "b", "c"} << "skipped a torn last record of 10 bytes";
+        QTest::newRow("garbled") << "sed -i 's/A 2 0 b/A 2 0 B/' vorn-defender/journal" << QStringList{"a"} << "the record at byte 16 is not valid; the 31 bytes from there on are ignored";
+        QTest::newRow("junk") << "head -c 99999 /dev/zero >> vorn-defender/journal && sed -i 1s/^/x/ vorn-defender/journal" << QStringList{} << "the record at byte 0 is not valid; the 100047 bytes from there on are ignored";
+        QTest::newRow("group-writable") << "chmod 0620 vorn-defender/journal" << QStringList{} << unused + "vorn-defender/journal is writable by group or others" + untouched;
+        QTest::newRow("open folder") << "chmod 0777 vorn-defender" << QStringList{} << unused + "vorn-defender is writable by group or others" + untouched;
+        QTest::newRow("stranger's") << "chown 4242 vorn-defender/journal" << QStringList{} << unused + "vorn-defender/journal is not owned by this user" + untouched;
+        QTest::newRow("link") << "cd vorn-defender && mv journal j && ln -s j journal" << QStringList{} << unused + "vorn-defender/journal: Too many levels of symbolic links";
+        QTest::newRow("not a folder") << "rm -r vorn-defender && touch vorn-defender" << QStringList{} << unused + "vorn-defender is not a folder";
+        QTest::newRow("folder cannot be made") << "p=$PWD && rm -r \"$p\" && touch \"$p\"" << QStringList{} << unused + "vorn-defender: Not a directory";
+        // clang-format on
     }
     void journalAsFoundAtStart()
     {

