@@ -22,25 +22,22 @@ inline QString compact(const QJsonValue &value)
     return QJsonDocument(QJsonArray{value}).toJson(QJsonDocument::Compact).mid(1).chopped(1);
 }
 
-// Event shorthands: "@text" an event of "Dealing with threats", "!text" or "no:text" a failure line,
-// "ok:text" a success line, "$P,N" the processing summary, "+PATH WORD" a trust-zone record and
-// "-PATH WORD" its delete record; anything else as it stands.
+// Event shorthands: "@text" an event of "Dealing with threats", "!text" a failure line, "ok:text" a
+// success line, "$P,N" the processing summary, "+PATH WORD" a trust-zone record; anything else as it
+// stands.
 inline QString expand(const QString &event)
 {
     const QString rest = event.mid(1);
     if (event.startsWith("ok:"))
         return event.mid(3) + "|operation successful|3";
-    if (event.startsWith("no:") || event.startsWith('!'))
-        return event.mid(event.startsWith('!') ? 1 : 3) + "|operation failed|1";
+    if (event.startsWith('!'))
+        return rest + "|operation failed|1";
     if (event.startsWith('@'))
         return "Dealing with threats|" + rest + "|3";
     if (event.startsWith('$'))
         return QStringLiteral("Dealing with threats|Processing completed, %1 item(s) processed, %2 item(s) "
                               "not processed.|2")
             .arg(rest.section(',', 0, 0), rest.section(',', 1));
-    if (event.startsWith('-'))
-        return QStringLiteral("Delete trust zone file|Delete file%1 in the trust zone %2|3")
-            .arg(rest.section(' ', 0, -2), rest.section(' ', -1));
     if (event.startsWith('+'))
         return QStringLiteral("Add file to trust zone|Add file %1 to trust zone %2|3")
             .arg(rest.section(' ', 0, -2), rest.section(' ', -1));

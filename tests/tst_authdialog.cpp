@@ -9,7 +9,6 @@
 #include <QPointer>
 #include <QScreen>
 #include <QTextDocument>
-#include <QToolButton>
 
 class TestAuthDialog : public QObject
 {
@@ -128,7 +127,7 @@ private slots:
         const QString quarantine = R"(add_quarantineFile a(ss) [[["/h/way","EICAR"]]])",
                       trust = R"(add_trustFile as [["/h/way"]])";
         // What ends the dialog (a button, the window closed, five ticks by hand, the countdown left
-        // alone, a tool button's text), a daemon fault -> events, daemon calls, message box.
+        // alone), a daemon fault -> events, daemon calls, message box.
         // clang-format off
         const QList<std::tuple<QString, QString, QStringList, QStringList, QString>> rows{
             {"m_pNoDealBtn", "", {"ok:CAuthDialog: Click not to process"}, {}, ""},
@@ -138,12 +137,7 @@ private slots:
             {"pTrustBtn", "d:add_trustFile=1", {"ok:CAuthDialog: Click trust", "+/h/way failed", "+/h/way failed"}, {trust}, "Failed to add to trust zone"},
             {"close", "", {}, {}, ""},
             {"ticks", "", {"ok:CAuthDialog: countdown completed (5S)", "$1,0", "$1,0"}, {quarantine}, ""},
-            {"alone", "", {"ok:CAuthDialog: countdown completed (5S)", "$1,0", "$1,0"}, {quarantine}, ""},
-            // "trust" deliberately does nothing more than its first record.
-            {"tool:trust", "", {"ok:CAuthDialog: Click deal right now"}, {}, ""},
-            {"tool:Not for the time being", "", {"ok:CAuthDialog: Click deal right now", "ok:CAuthDialog: Click not to process"}, {}, ""},
-            {"tool:process", "", {"ok:CAuthDialog: Click deal right now", "$1,0", "+/h/way Successfully"}, {quarantine}, ""},
-            {"tool:process", "d:add_quarantineFile=1", {"ok:CAuthDialog: Click deal right now", "$0,1"}, {quarantine}, ""}};
+            {"alone", "", {"ok:CAuthDialog: countdown completed (5S)", "$1,0", "$1,0"}, {quarantine}, ""}};
         // clang-format on
         int row = 0;
         for (const auto &[action, fault, expectedEvents, expectedCalls, modal] : rows) {
@@ -158,9 +152,6 @@ private slots:
             clock.start();
             QPointer<CAuthDialog> dialog = open("EICAR", path);
             ModalCloser closer;
-            QToolButton tool;
-            connect(&tool, SIGNAL(clicked()), dialog, SLOT(slot_toolBtnClicked()));
-            tool.setText(action.mid(5));
             QStringList shown{part(dialog, "m_pDealBtn")->text()};
             for (int tick = 0; action == "ticks" && tick < 5; ++tick) {
                 dialog->onTimeOut();
@@ -170,12 +161,9 @@ private slots:
                 QCOMPARE(shown.join(' '), QStringLiteral("Immediate processing(5) (4) (3) (2) (1) (0)"));
             else if (action == "close")
                 dialog->close();
-            else if (action.startsWith("tool:"))
-                tool.click();
             else if (action != "alone")
                 part(dialog, action)->click();
-            // Every way out ends the dialog, but the tool button's "trust".
-            QTRY_VERIFY_WITH_TIMEOUT(dialog.isNull() == (action != "tool:trust"), 30000);
+            QTRY_VERIFY_WITH_TIMEOUT(dialog.isNull(), 30000);
             // Five ticks of a coarse timer, which Qt may fire up to 5% early.
             QVERIFY(action != "alone" || clock.elapsed() >= 4750);
             QVERIFY2(m_test.log.summary() == events,

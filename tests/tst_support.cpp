@@ -46,24 +46,6 @@ private slots:
         QCOMPARE(last(), QStringLiteral("halvo_log_v2 2 13 virus scan|op|r"));
         log->writeLog(14, QStringLiteral("r"), QStringLiteral("op"), -1);
         QCOMPARE(last(), QStringLiteral("halvo_log - 13 peripheral control|op|r"));
-
-        // The security centre's shared vocabulary, which its log viewer reads.
-        QStringList modules;
-        for (int module = 0; module < 18; ++module)
-            modules << log->moduleName(module);
-        QCOMPARE(
-            modules.join(','),
-            QStringLiteral("safety check,password strength,account lock,firewall,net control,virus scan,"
-                           "app source check,system start control,app exec control,app permission control,"
-                           "app protect control,app protect control ppro,app protect control fpro,"
-                           "app protect control kmod,peripheral control,vulnerability repair,"
-                           "privacy security,trust measure"));
-        // Kind 7 has no device name although its neighbours do; a lookup always replaces the name.
-        QString six, seven = "stale", type = "stale";
-        log->deviceName(6, six);
-        log->deviceName(7, seven);
-        log->deviceTypeName(2, type);
-        QCOMPARE(six + '|' + seven + '|' + type, QStringLiteral("usb storage||"));
     }
 
     void accessibleNames()

@@ -1,5 +1,6 @@
-// Every record and list as a peer sees it on the bus and as the agent reads it back. (What the
-// agent sends the daemon is checked, signatures included, where it sends it.)
+// The records the agent exchanges with the daemon, as a peer sees them on the bus and as the agent
+// reads them back. (The others only complete the proxy's signatures: nothing of the agent sends or
+// reads them. What the agent sends the daemon is checked, signatures included, where it sends it.)
 #include "dbusjson.h"
 #include "harness.h"
 #include "virusrecords.h"
@@ -63,7 +64,7 @@ private slots:
 
     // Each record and list: its signature and fields in wire order, and what the read operators make
     // of them (the value read back and sent again gives the same wire content).
-    void everyRecordRoundTrips()
+    void recordsRoundTrip()
     {
         const SVirusInfo virus{"EICAR-Test", "detail 'x'", QStringLiteral("/home/u/\u6587\u4ef6.exe"), true};
         const SQuarantineFileInfo item{"/tmp/a", "Trojan.X"};
@@ -71,15 +72,7 @@ private slots:
         const QList<std::tuple<QVariant, std::function<QVariant(const QDBusMessage &)>, const char *>> table{
             {QVariant::fromValue(virus), readAs<SVirusInfo>(), R"((sssb) [["EICAR-Test","detail 'x'","/home/u/文件.exe",true]])"},
             {QVariant::fromValue(SVirusInfoList{virus, {"n2", "", "p2", false}}), readAs<SVirusInfoList>(), R"(a(sssb) [[["EICAR-Test","detail 'x'","/home/u/文件.exe",true],["n2","","p2",false]]])"},
-            // Handing in and listing the quarantine use different records on purpose.
-            {QVariant::fromValue(SQuarantineFileInfoList{item, {"/tmp/b", "W"}}), readAs<SQuarantineFileInfoList>(), R"(a(ss) [[["/tmp/a","Trojan.X"],["/tmp/b","W"]]])"},
-            {QVariant::fromValue(SScanItemVirusInfo{7, -3, "item"}), readAs<SScanItemVirusInfo>(), R"((iis) [[7,-3,"item"]])"},
-            {QVariant::fromValue(SScaningInfo{"scanning", 11, 12}), readAs<SScaningInfo>(), R"((sii) [["scanning",11,12]])"},
-            {QVariant::fromValue(SIsolateFileInfoList{{"a", "b", "c", true}}), readAs<SIsolateFileInfoList>(), R"(a(sssb) [[["a","b","c",true]]])"},
-            {QVariant::fromValue(STrustFileInfoList{{"t1", "t2", 99, true}}), readAs<STrustFileInfoList>(), R"(a(ssib) [[["t1","t2",99,true]]])"},
-            {QVariant::fromValue(SExtensionInfoList{{".exe", "x", true}, {".bat", "", false}}), readAs<SExtensionInfoList>(), R"(a(ssb) [[[".exe","x",true],[".bat","",false]]])"},
-            {QVariant::fromValue(SEngineInfoList{{"e1", "e2", "e3", "e4", 42, true}}), readAs<SEngineInfoList>(), R"(a(ssssb) [[["e1","e2","e3","e4",true]]])"},
-            {QVariant::fromValue(SScanConfigInfo{1, 2, 3, 4, 5, 6, 7, 8, 9, 10}), readAs<SScanConfigInfo>(), "(iiiiiiiiii) [[1,2,3,4,5,6,7,8,9,10]]"}};
+            {QVariant::fromValue(SQuarantineFileInfoList{item, {"/tmp/b", "W"}}), readAs<SQuarantineFileInfoList>(), R"(a(ss) [[["/tmp/a","Trojan.X"],["/tmp/b","W"]]])"}};
         // clang-format on
         QStringList expected, actual;
         for (const auto &[value, readBack, onWire] : table) {
