@@ -170,7 +170,6 @@ private slots:
                      qPrintable(action + ": " + m_test.log.summary().join('\n')));
             QCOMPARE(m_test.daemon.calls(), QStringList(expectedCalls).replaceInStrings("/h/way", path));
             QCOMPARE(closer.seen.value(0).value(3), modal);
-            delete dialog;
         }
         // No tick of an abandoned timer reaches anything: wait past one.
         const QStringList before = m_test.log.summary();
