@@ -67,12 +67,11 @@ private slots:
     void recordsRoundTrip()
     {
         const SVirusInfo virus{"EICAR-Test", "detail 'x'", QStringLiteral("/home/u/\u6587\u4ef6.exe"), true};
-        const SQuarantineFileInfo item{"/tmp/a", "Trojan.X"};
         // clang-format off
         const QList<std::tuple<QVariant, std::function<QVariant(const QDBusMessage &)>, const char *>> table{
             {QVariant::fromValue(virus), readAs<SVirusInfo>(), R"((sssb) [["EICAR-Test","detail 'x'","/home/u/文件.exe",true]])"},
             {QVariant::fromValue(SVirusInfoList{virus, {"n2", "", "p2", false}}), readAs<SVirusInfoList>(), R"(a(sssb) [[["EICAR-Test","detail 'x'","/home/u/文件.exe",true],["n2","","p2",false]]])"},
-            {QVariant::fromValue(SQuarantineFileInfoList{item, {"/tmp/b", "W"}}), readAs<SQuarantineFileInfoList>(), R"(a(ss) [[["/tmp/a","Trojan.X"],["/tmp/b","W"]]])"}};
+            {QVariant::fromValue(SQuarantineFileInfoList{{"/tmp/a", "Trojan.X"}, {"/tmp/b", "W"}}), readAs<SQuarantineFileInfoList>(), R"(a(ss) [[["/tmp/a","Trojan.X"],["/tmp/b","W"]]])"}};
         // clang-format on
         QStringList expected, actual;
         for (const auto &[value, readBack, onWire] : table) {
