@@ -225,8 +225,8 @@ public:
                 auto *box = qobject_cast<QMessageBox *>(widget);
                 if (!box || !box->isVisible() || box->buttons().isEmpty())
                     continue;
-                QStringList seenBox{box->objectName(), box->accessibleName(), box->windowTitle(), box->text(),
-                                    QString::number(box->icon())};
+                QStringList seenBox{box->objectName(), box->accessibleName(), box->accessibleDescription()};
+                seenBox << box->windowTitle() << box->text() << QString::number(box->icon());
                 for (QAbstractButton *button : box->buttons())
                     seenBox << button->text() + '/' + QString::number(box->buttonRole(button));
                 seen << (seenBox << (box->testAttribute(Qt::WA_QuitOnClose) ? "quits" : "stays"));
@@ -235,8 +235,8 @@ public:
         });
         m_timer.start(20);
     }
-    QList<QStringList>
-        seen; // object name, accessible name, title, text, icon, each button/role, quit on close
+    // Object name, accessible name and description, title, text, icon, each button/role, quit on close.
+    QList<QStringList> seen;
 
 private:
     QTimer m_timer;
