@@ -7,12 +7,12 @@
 
 #include <QStringList>
 
+// Each threat as "name|detail|path|flag".
 inline QStringList threatTexts(const SVirusInfoList &threats)
 {
     QStringList texts;
     for (const SVirusInfo &t : threats)
-        texts << t.virusName + '\n' + t.virusDetail + '\n' + t.virusPath + '\n' +
-                     QString::number(t.virusFlag);
+        texts << t.virusName + '|' + t.virusDetail + '|' + t.virusPath + '|' + QString::number(t.virusFlag);
     return texts;
 }
 

@@ -119,9 +119,6 @@ private slots:
             ModalCloser closer; // an empty path cannot be trusted: the failure box appears
             m_test.answer(m_test.lastId(), 3);
             m_test.settle();
-            // One line per event: nothing in a text can forge a second one.
-            for (const QByteArray &line : m_test.log.lines())
-                QVERIFY(QJsonDocument::fromJson(line).isObject());
             QCOMPARE(m_test.log.summary().filter("Add file to trust zone|").value(0),
                      "Add file to trust zone|Add file " + text.at(1) + " to trust zone " +
                          (text.at(1).isEmpty() ? "failed" : "Successfully") + "|3");
