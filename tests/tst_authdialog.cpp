@@ -88,16 +88,17 @@ private slots:
                         .arg(child->toolTip().isEmpty() ? child->property("text").toString()
                                                         : tip.toPlainText().simplified());
         }
-        QCOMPARE(
-            look,
-            (QStringList{"Tarsel security authorization certification", "424x197+0+0",
-                         "QLabel_pTitleName 0x0 Discover virus threat", "FixLabel_pFileName 0x0 File:" + path,
-                         "FixLabel_pVirusName 0x0 Viruses:" + name, "QPushButton_pTrustBtn 96x36 trust",
-                         "FixButton_m_pNoDealBtn 96x36 Not for the time being",
-                         "FixButton_m_pDealBtn 132x36 Immediate processing(5)"}));
-        QVERIFY(part<FixLabel>(dialog, "pVirusName")
-                    ->text()
-                    .endsWith(QChar(0x2026))); // so its tool tip is in the look
+        // clang-format off
+        QCOMPARE(look, (QStringList{"Tarsel security authorization certification", "424x197+0+0",
+                                    "QLabel_pTitleName 0x0 Discover virus threat",
+                                    "FixLabel_pFileName 0x0 File:" + path,
+                                    "FixLabel_pVirusName 0x0 Viruses:" + name,
+                                    "QPushButton_pTrustBtn 96x36 trust",
+                                    "FixButton_m_pNoDealBtn 96x36 Not for the time being",
+                                    "FixButton_m_pDealBtn 132x36 Immediate processing(5)"}));
+        // clang-format on
+        // The name is cut, so its whole text, as tool tip, is in the look.
+        QVERIFY(part<FixLabel>(dialog, "pVirusName")->text().endsWith(QChar(0x2026)));
         QCOMPARE(dialog->layout()->contentsMargins(), QMargins(24, 16, 24, 24));
         const QFont title = part<QLabel>(dialog, "pTitleName")->font();
         QCOMPARE(QStringLiteral("%1px %2").arg(title.pixelSize()).arg(title.weight()),
