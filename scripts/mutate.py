@@ -92,7 +92,7 @@ def ratio():
     tests = [f for f in files if f.startswith("tests/") and not f.endswith((".conf", ".supp"))]
     code_lines = counted_lines(code, re.compile(r"^\s*(//.*)?$"))
     test_lines = counted_lines(tests, re.compile(r"^\s*(//.*|#.*)?$"))
-    return "test lines %d, code lines %d: %.0f%%" % (test_lines, code_lines, 100.0 * test_lines / code_lines)
+    return "test lines %d, code lines %d: %.1f%%" % (test_lines, code_lines, 100.0 * test_lines / code_lines)
 
 
 def run(command, log=None, cwd=None):
