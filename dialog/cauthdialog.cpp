@@ -17,6 +17,8 @@
 #include <QToolButton>
 #include <QVBoxLayout>
 
+#include <utility>
+
 Q_LOGGING_CATEGORY(lcDialog, "vorn.dialog", QtInfoMsg)
 
 namespace {
@@ -176,7 +178,7 @@ void CAuthDialog::slot_trustClicked()
 
 void CAuthDialog::logTrustResult(const QString &result)
 {
-    for (const QString &path : qAsConst(m_trustList))
+    for (const QString &path : std::as_const(m_trustList))
         CVornGenLog::getInstance()->writeLog(CVornGenLog::VirusScan,
                                              QStringLiteral("Add file ") + path +
                                                  QStringLiteral(" to trust zone ") + result,

@@ -9,6 +9,8 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
+#include <utility>
+
 namespace {
 
 const QStringList kMethods{"add_quarantineFile",
@@ -476,14 +478,14 @@ void VirusDaemonStandIn::ClearCalls()
 QString VirusDaemonStandIn::State()
 {
     QJsonArray quarantine;
-    for (const SIsolateFileInfo &entry : qAsConst(m_quarantine))
+    for (const SIsolateFileInfo &entry : std::as_const(m_quarantine))
         quarantine.append(
             QJsonObject{{"path", entry.text1}, {"virusName", entry.text2}, {"since", entry.text3}});
     QJsonArray trustFiles;
-    for (const STrustFileInfo &entry : qAsConst(m_trustFiles))
+    for (const STrustFileInfo &entry : std::as_const(m_trustFiles))
         trustFiles.append(entry.text1);
     QJsonArray trustExtensions;
-    for (const SExtensionInfo &entry : qAsConst(m_trustExtensions))
+    for (const SExtensionInfo &entry : std::as_const(m_trustExtensions))
         trustExtensions.append(entry.text1);
     const QJsonObject state{{"quarantine", quarantine},           {"trustFiles", trustFiles},
                             {"trustExtensions", trustExtensions}, {"scanMode", m_scanMode},

@@ -11,6 +11,8 @@
 #include <QScreen>
 #include <QTimer>
 
+#include <utility>
+
 namespace {
 
 const QString kUnknownBox = QStringLiteral("com.tarsel.secriskbox.Error.UnknownBox");
@@ -162,7 +164,7 @@ void RiskBoxStandIn::present(const RiskBox &box)
         auto *window = new RiskBoxWindow(box);
         // Stacked above the highest box still open, so boxes never cover each other.
         int bottom = -1;
-        for (const QPointer<RiskBoxWindow> &open : qAsConst(m_windows))
+        for (const QPointer<RiskBoxWindow> &open : std::as_const(m_windows))
             if (open)
                 bottom = bottom < 0 ? open->y() - 12 : std::min(bottom, open->y() - 12);
         window->placeAbove(bottom);
@@ -304,7 +306,7 @@ void RiskBoxStandIn::Reset(const QString &method)
 QStringList RiskBoxStandIn::Boxes()
 {
     QStringList lines;
-    for (const RiskBox &box : qAsConst(m_boxes)) {
+    for (const RiskBox &box : std::as_const(m_boxes)) {
         QJsonArray buttons;
         for (const auto &button : box.buttons)
             buttons.append(QJsonArray{button.first, button.second});

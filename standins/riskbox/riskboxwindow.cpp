@@ -8,6 +8,8 @@
 #include <QScreen>
 #include <QVBoxLayout>
 
+#include <utility>
+
 RiskBoxWindow::RiskBoxWindow(const RiskBox &box, QWidget *parent)
     : QWidget(parent, Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint),
       m_hasBodyAction(!box.defaultAction().isEmpty())
@@ -57,7 +59,7 @@ RiskBoxWindow::RiskBoxWindow(const RiskBox &box, QWidget *parent)
 
 void RiskBoxWindow::press(const QString &label)
 {
-    for (QPushButton *button : qAsConst(m_buttons)) {
+    for (QPushButton *button : std::as_const(m_buttons)) {
         if (button->text() == label) {
             button->click();
             return;
@@ -84,7 +86,7 @@ void RiskBoxWindow::mousePressEvent(QMouseEvent *event)
 
 void RiskBoxWindow::unfold()
 {
-    for (QLabel *line : qAsConst(m_foldedLines))
+    for (QLabel *line : std::as_const(m_foldedLines))
         line->show();
     m_foldedLines.clear();
     adjustSize();
