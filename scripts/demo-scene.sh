@@ -9,6 +9,12 @@ trap 'rm -rf "$work"' EXIT
 trap 'exit 130' INT
 trap 'exit 143' TERM
 export HALVO_LOG_FILE=$work/events.jsonl
+# A language the machine has generated no locale for (a fresh install has only C.UTF-8) is taken
+# from the locales compiled into the build tree, so LC_ALL=zh_CN.UTF-8 plays the scene in Chinese
+# on any machine; a locale the machine has is used as it is.
+if [ -z "${LOCPATH:-}" ] && [ -n "$(locale 2>&1 > /dev/null)" ] && [ -d "$build/locale" ]; then
+    export LOCPATH=$build/locale
+fi
 
 say() { printf '\n== %s\n' "$*"; }
 fail() { transcript; printf '\nDEMO FAILED: %s\n' "$*"; exit 1; }

@@ -27,35 +27,9 @@ struct Answer
     QStringList events;
 };
 
-// clang-format off
-const QList<Answer> kAnswers{
-    {0, "/q/o", "", 1, "Are you sure to move to the trust zone? 1|||/q/o|0", "", false, "", {"@slot_ResultSignal id:{id} state:1  iVirusType:0 state:1", "!show_selectVirusBoxNotify strVirusName:/q/o"}},
-    {0, "/q/o", "", 0, "", "", false, "", {"@slot_ResultSignal id:{id} state:0  iVirusType:0 state:0"}},
-    {0, "/q/o", "", 2, "", "", false, "", {"@slot_ResultSignal id:{id} state:2  iVirusType:0 state:2"}},
-    {1, "/q/f", "", 2, "", "", false, R"(add_trustFile as [["/q/f"]]; restore_quarantineFile asi [["/q/f"],1])", {"+/q/f Successfully", "@slot_ResultSignal id:{id} state:2  iVirusType:1 state:2 ret:0"}},
-    {1, "/q/f", "d:add_trustFile=1", 2, "Could not successfully move to the trust zone, please try again? 2||||0", "Failed to add to trust zone", false, R"(add_trustFile as [["/q/f"]]; restore_quarantineFile asi [["/q/f"],1])", {"+/q/f failed", "@slot_ResultSignal id:{id} state:2  iVirusType:1 state:2 ret:-1", "!Failed to add file to trust zone."}},
-    {1, "/q/f", "", 1, "", "", false, "", {}},
-    {1, "/q/f", "", 3, "", "", false, "", {}},
-    {2, "/q/r", "", 1, "", "", false, R"(add_trustFile as [["/q/r"]]; restore_quarantineFile asi [["/q/r"],1])", {"+/q/r Successfully", "@slot_ResultSignal id:{id} state:1  iVirusType:2 state:1 ret:0"}},
-    {2, "/q/r", "d:add_trustFile=1", 1, "", "Failed to add to trust zone", false, R"(add_trustFile as [["/q/r"]]; restore_quarantineFile asi [["/q/r"],1])", {"+/q/r failed", "@slot_ResultSignal id:{id} state:1  iVirusType:2 state:1 ret:-1", "!Failed to add file to trust zone."}},
-    {2, "/q/r", "", 2, "", "", false, "", {}},
-    {2, "/q/r", "", 0, "", "", false, "", {}},
-    {3, "/h/e", "", 1, "The virus has been cleared and backed up to the quarantine area", "", false, R"(add_quarantineFile a(ss) [[["/h/e","EICAR"]]])", {"@CAuthDialog: Click deal right now", "$1,0"}},
-    {3, "/h/t", "", -1, "The virus has been cleared and backed up to the quarantine area", "", false, R"(add_quarantineFile a(ss) [[["/h/t","EICAR"]]])", {"@CAuthDialog: Click deal right now", "$1,0"}},
-    {3, "/h/r", "d:add_quarantineFile=-1", 1, "The virus has been cleared and backed up to the quarantine area", "", true, R"(add_quarantineFile a(ss) [[["/h/r","EICAR"]]])", {"@CAuthDialog: Click deal right now", "$2,-1"}},
-    {3, "/h/p", "d:add_quarantineFile=1", 1, "The virus has been cleared and backed up to the quarantine area", "", false, R"(add_quarantineFile a(ss) [[["/h/p","EICAR"]]])", {"@CAuthDialog: Click deal right now", "$0,1"}},
-    {3, "/h/n", "r:create=-1", 1, "", "", true, R"(add_quarantineFile a(ss) [[["/h/n","EICAR"]]])", {"@CAuthDialog: Click deal right now", "$1,0", "!create_secRiskBox   iId:-1  iRet: 0   id:{id} state:1  iVirusType:3 state:1"}},
-    {3, "/h/b", "r:addButton!", 1, "", "", true, R"(add_quarantineFile a(ss) [[["/h/b","EICAR"]]])", {"@CAuthDialog: Click deal right now", "$1,0", "!add_secRiskBoxAction   iId:{next}  iRet: -1   id:{id} state:1  iVirusType:3 state:1"}},
-    {3, "/h/e", "", 2, "", "", false, "", {"@CAuthDialog: Click not to process", "@Not for the time being"}},
-    {3, "/h/e", "", 3, "Moved to trust zone", "", false, R"(add_trustFile as [["/h/e"]])", {"@CAuthDialog: Click trust", "+/h/e Successfully", "+/h/e Successfully"}},
-    {3, "/h/e", "d:add_trustFile=1", 3, "Moved to trust zone", "Failed to add to trust zone", true, R"(add_trustFile as [["/h/e"]])", {"@CAuthDialog: Click trust", "+/h/e failed"}},
-    {3, "/h/e", "r:show!", 3, "", "", true, R"(add_trustFile as [["/h/e"]])", {"@CAuthDialog: Click trust", "+/h/e Successfully", "!show_secRiskBox   iId:{next}  iRet: -1   id:{id} state:3  iVirusType:3 state:3"}},
-    {3, "/h/e", "", 0, "", "", false, "", {}},
-    {3, "/h/e", "", 9, "", "", false, "", {}},
-};
-// clang-format on
-
 } // namespace
+
+Q_DECLARE_METATYPE(Answer)
 
 class TestBridge : public QObject
 {
@@ -146,47 +120,70 @@ private slots:
         }
     }
 
+    void answers_data()
+    {
+        QTest::addColumn<Answer>("row");
+        // clang-format off
+        QTest::newRow("cleared trust") << Answer{0, "/q/o", "", 1, "Are you sure to move to the trust zone? 1|||/q/o|0", "", false, "", {"@slot_ResultSignal id:{id} state:1  iVirusType:0 state:1", "!show_selectVirusBoxNotify strVirusName:/q/o"}};
+        QTest::newRow("cleared state 0") << Answer{0, "/q/o", "", 0, "", "", false, "", {"@slot_ResultSignal id:{id} state:0  iVirusType:0 state:0"}};
+        QTest::newRow("cleared state 2") << Answer{0, "/q/o", "", 2, "", "", false, "", {"@slot_ResultSignal id:{id} state:2  iVirusType:0 state:2"}};
+        QTest::newRow("confirm yes") << Answer{1, "/q/f", "", 2, "", "", false, R"(add_trustFile as [["/q/f"]]; restore_quarantineFile asi [["/q/f"],1])", {"+/q/f Successfully", "@slot_ResultSignal id:{id} state:2  iVirusType:1 state:2 ret:0"}};
+        QTest::newRow("confirm yes refused") << Answer{1, "/q/f", "d:add_trustFile=1", 2, "Could not successfully move to the trust zone, please try again? 2||||0", "Failed to add to trust zone", false, R"(add_trustFile as [["/q/f"]]; restore_quarantineFile asi [["/q/f"],1])", {"+/q/f failed", "@slot_ResultSignal id:{id} state:2  iVirusType:1 state:2 ret:-1", "!Failed to add file to trust zone."}};
+        QTest::newRow("confirm cancel") << Answer{1, "/q/f", "", 1, "", "", false, "", {}};
+        QTest::newRow("confirm state 3") << Answer{1, "/q/f", "", 3, "", "", false, "", {}};
+        QTest::newRow("retry trust") << Answer{2, "/q/r", "", 1, "", "", false, R"(add_trustFile as [["/q/r"]]; restore_quarantineFile asi [["/q/r"],1])", {"+/q/r Successfully", "@slot_ResultSignal id:{id} state:1  iVirusType:2 state:1 ret:0"}};
+        QTest::newRow("retry trust refused") << Answer{2, "/q/r", "d:add_trustFile=1", 1, "", "Failed to add to trust zone", false, R"(add_trustFile as [["/q/r"]]; restore_quarantineFile asi [["/q/r"],1])", {"+/q/r failed", "@slot_ResultSignal id:{id} state:1  iVirusType:2 state:1 ret:-1", "!Failed to add file to trust zone."}};
+        QTest::newRow("retry state 2") << Answer{2, "/q/r", "", 2, "", "", false, "", {}};
+        QTest::newRow("retry state 0") << Answer{2, "/q/r", "", 0, "", "", false, "", {}};
+        QTest::newRow("threat clear") << Answer{3, "/h/e", "", 1, "The virus has been cleared and backed up to the quarantine area", "", false, R"(add_quarantineFile a(ss) [[["/h/e","EICAR"]]])", {"@CAuthDialog: Click deal right now", "$1,0"}};
+        QTest::newRow("threat timeout") << Answer{3, "/h/t", "", -1, "The virus has been cleared and backed up to the quarantine area", "", false, R"(add_quarantineFile a(ss) [[["/h/t","EICAR"]]])", {"@CAuthDialog: Click deal right now", "$1,0"}};
+        QTest::newRow("threat clear fails") << Answer{3, "/h/r", "d:add_quarantineFile=-1", 1, "The virus has been cleared and backed up to the quarantine area", "", true, R"(add_quarantineFile a(ss) [[["/h/r","EICAR"]]])", {"@CAuthDialog: Click deal right now", "$2,-1"}};
+        QTest::newRow("threat clear returns 1") << Answer{3, "/h/p", "d:add_quarantineFile=1", 1, "The virus has been cleared and backed up to the quarantine area", "", false, R"(add_quarantineFile a(ss) [[["/h/p","EICAR"]]])", {"@CAuthDialog: Click deal right now", "$0,1"}};
+        QTest::newRow("threat clear no notice") << Answer{3, "/h/n", "r:create=-1", 1, "", "", true, R"(add_quarantineFile a(ss) [[["/h/n","EICAR"]]])", {"@CAuthDialog: Click deal right now", "$1,0", "!create_secRiskBox   iId:-1  iRet: 0   id:{id} state:1  iVirusType:3 state:1"}};
+        QTest::newRow("threat clear no button") << Answer{3, "/h/b", "r:addButton!", 1, "", "", true, R"(add_quarantineFile a(ss) [[["/h/b","EICAR"]]])", {"@CAuthDialog: Click deal right now", "$1,0", "!add_secRiskBoxAction   iId:{next}  iRet: -1   id:{id} state:1  iVirusType:3 state:1"}};
+        QTest::newRow("threat not now") << Answer{3, "/h/e", "", 2, "", "", false, "", {"@CAuthDialog: Click not to process", "@Not for the time being"}};
+        QTest::newRow("threat trust") << Answer{3, "/h/e", "", 3, "Moved to trust zone", "", false, R"(add_trustFile as [["/h/e"]])", {"@CAuthDialog: Click trust", "+/h/e Successfully", "+/h/e Successfully"}};
+        QTest::newRow("threat trust refused") << Answer{3, "/h/e", "d:add_trustFile=1", 3, "Moved to trust zone", "Failed to add to trust zone", true, R"(add_trustFile as [["/h/e"]])", {"@CAuthDialog: Click trust", "+/h/e failed"}};
+        QTest::newRow("threat trust notice fails") << Answer{3, "/h/e", "r:show!", 3, "", "", true, R"(add_trustFile as [["/h/e"]])", {"@CAuthDialog: Click trust", "+/h/e Successfully", "!show_secRiskBox   iId:{next}  iRet: -1   id:{id} state:3  iVirusType:3 state:3"}};
+        QTest::newRow("threat state 0") << Answer{3, "/h/e", "", 0, "", "", false, "", {}};
+        QTest::newRow("threat state 9") << Answer{3, "/h/e", "", 9, "", "", false, "", {}};
+        // clang-format on
+    }
     void answers()
     {
-        for (const Answer &row : kAnswers) {
-            m_test.reset();
-            QCOMPARE(m_test.raise(row.kind, row.file), 0);
-            const int id = m_test.lastId(), boxes = m_test.boxes().size();
-            m_test.log.clear();
-            m_test.fault(row.faults);
-            ModalCloser closer;
-            m_test.answer(id, row.state);
-            m_test.settle();
+        QFETCH(Answer, row);
+        QCOMPARE(m_test.raise(row.kind, row.file), 0);
+        const int id = m_test.lastId(), boxes = m_test.boxes().size();
+        m_test.log.clear();
+        m_test.fault(row.faults);
+        ModalCloser closer;
+        m_test.answer(id, row.state);
+        m_test.settle();
 
-            // What happened, against the row, as one text: the row and all its differences at once.
-            QStringList events{QStringLiteral("@slot_ResultSignal start! id:{id} state:%1").arg(row.state)},
-                shown;
-            if (row.kind == 3)
-                events << QStringLiteral("@iVirusType == 3  id:{id} state:%1  iVirusType:3 state:%1")
-                              .arg(row.state);
-            for (QString &event : events << row.events)
-                event = expand(event)
-                            .replace("{id}", QString::number(id))
-                            .replace("{next}", QString::number(id + 1));
-            for (const QJsonObject &box : m_test.boxes().mid(boxes))
-                if (box["shown"].toBool())
-                    shown << (box["contents"][0].toString() + ' ' + entry(box["id"].toInt())).trimmed();
-            // A message box must not end the agent when it is closed.
-            const QString modal =
-                closer.seen.isEmpty() ? "" : closer.seen.first().value(4) + ' ' + closer.seen.first().last();
-            const QString format =
-                "kind %1 state %2 %3\nshown: %4\nmodal: %5\nkept: %6\ncalls: %7\nevents:\n%8";
-            QCOMPARE(format.arg(row.kind)
-                         .arg(row.state)
-                         .arg(row.faults, shown.join('/'), modal)
-                         .arg(m_test.bridge->pendingBoxes().contains(id))
-                         .arg(m_test.daemon.calls().join("; "), m_test.log.summary().join('\n')),
-                     format.arg(row.kind)
-                         .arg(row.state)
-                         .arg(row.faults, row.shown, *row.modal ? QString(row.modal) + " stays" : "")
-                         .arg(row.kept)
-                         .arg(row.calls, events.join('\n')));
-        }
+        // What happened, against the row, as one text: the row and all its differences at once.
+        QStringList events{QString("@slot_ResultSignal start! id:{id} state:%1").arg(row.state)}, shown;
+        if (row.kind == 3)
+            events << QString("@iVirusType == 3  id:{id} state:%1  iVirusType:3 state:%1").arg(row.state);
+        for (QString &event : events << row.events)
+            event =
+                expand(event).replace("{id}", QString::number(id)).replace("{next}", QString::number(id + 1));
+        for (const QJsonObject &box : m_test.boxes().mid(boxes))
+            if (box["shown"].toBool())
+                shown << (box["contents"][0].toString() + ' ' + entry(box["id"].toInt())).trimmed();
+        // A message box must not end the agent when it is closed.
+        const QString modal =
+            closer.seen.isEmpty() ? "" : closer.seen.first().value(4) + ' ' + closer.seen.first().last();
+        const QString format = "kind %1 state %2 %3\nshown: %4\nmodal: %5\nkept: %6\ncalls: %7\nevents:\n%8";
+        QCOMPARE(format.arg(row.kind)
+                     .arg(row.state)
+                     .arg(row.faults, shown.join('/'), modal)
+                     .arg(m_test.bridge->pendingBoxes().contains(id))
+                     .arg(m_test.daemon.calls().join("; "), m_test.log.summary().join('\n')),
+                 format.arg(row.kind)
+                     .arg(row.state)
+                     .arg(row.faults, row.shown, *row.modal ? QString(row.modal) + " stays" : "")
+                     .arg(row.kept)
+                     .arg(row.calls, events.join('\n')));
     }
 
     void operations()
@@ -268,8 +265,8 @@ private slots:
     // After the others: the same bridge in Simplified Chinese, from the build tree's catalogue.
     void boxesInChinese()
     {
-        qputenv("LANGUAGE", "zh_CN"); // glibc ignores it in the plain C locale, not in C.UTF-8
-        setlocale(LC_ALL, "");
+        qputenv("LOCPATH", VORN_LOCALE_BUILD_DIR); // the build tree's zh_CN.UTF-8, on any machine
+        QVERIFY(setlocale(LC_ALL, "zh_CN.UTF-8"));
         bindtextdomain("vorn-defender", VORN_LOCALE_BUILD_DIR);
         bind_textdomain_codeset("vorn-defender", "UTF-8");
         m_test.reset();
