@@ -11,11 +11,13 @@ set -eu
 top=$(cd "$(dirname "$0")/.." && pwd)
 seconds=${1:-60}
 build=$top/build-fuzz
+# clang, libFuzzer and the sanitizer runtimes of the release's default clang (deps.sh finds which).
 "$top/scripts/deps.sh" fuzz
-cmake -S "$top" -B "$build" -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-    -DVORN_FUZZ=ON -DVORN_WARNINGS_AS_ERRORS=ON > "$build.configure.log" 2>&1 || { cat "$build.configure.log"; exit 1; }
+cd "$top"
+cmake --preset fuzz > "$build.configure.log" 2>&1 || { cat "$build.configure.log"; exit 1; }
 rm -f "$build.configure.log"
-cmake --build "$build" -j "$(nproc)" --target fuzz_journal > /dev/null
+cmake --build --preset fuzz -j 2 > "$build.build.log" 2>&1 || { tail -n 40 "$build.build.log"; exit 1; }
+rm -f "$build.build.log"
 # The corpus grows in the build folder; the committed seeds are read, never written.
 mkdir -p "$build/corpus" "$build/findings"
 log=$build/fuzz.log

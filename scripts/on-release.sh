@@ -1,0 +1,84 @@
+#!/bin/bash
+# Runs a command in a fresh clone inside a pristine chroot of another Debian release:
+#   scripts/on-release.sh RELEASE COMMAND...      e.g. scripts/on-release.sh trixie ./scripts/test.sh
+# RELEASE is a codename (trixie, bookworm). COMMAND is a shell command line, run by bash as root in
+# a clone of the committed tree (HEAD), so it may set variables and chain commands:
+#   scripts/on-release.sh trixie 'VORN_QT=5 ./scripts/test.sh && ./scripts/package.sh'
+# The chroot is made with mmdebstrap from the archive this machine already uses (its apt sources),
+# minimal (--variant=apt): whatever the command needs, it installs itself (scripts/deps.sh), as a
+# newcomer on a new machine would. Everything runs in a mount and process namespace of its own,
+# so when the command ends, fails or is interrupted, no mount and no process of it is left; the
+# chroot is then removed. Exits with the command's status. Needs root (or sudo).
+set -eu
+top=$(cd "$(dirname "$0")/.." && pwd)
+[ $# -ge 2 ] || { sed -n '2,11p' "$0" | sed 's/^# \{0,1\}//' >&2; exit 2; }
+release=$1
+shift
+command=$*
+if [ "$(id -u)" -ne 0 ]; then
+    exec sudo --preserve-env=TMPDIR "$0" "$release" "$@"
+fi
+"$top/scripts/deps.sh" release
+
+# The machine's own Debian archive and its security archive, as apt knows them.
+repo() {
+    apt-get indextargets --format '$(LABEL) $(REPO_URI)' 'Created-By: Packages' |
+        awk -v label="$1" '$1 == label { print $2; exit }'
+}
+archive=$(repo Debian)
+security=$(repo Debian-Security)
+[ -n "$archive" ] || { echo "on-release.sh: apt knows no Debian archive on this machine" >&2; exit 1; }
+sources=("deb ${archive%/} $release main" "deb ${archive%/} $release-updates main")
+[ -z "$security" ] || sources+=("deb ${security%/} $release-security main")
+
+work=$(mktemp -d "${TMPDIR:-/var/tmp}/vorn-$release.XXXXXX")
+root=$work/root
+namespace=
+cleanup() {
+    trap - EXIT INT TERM HUP
+    if [ -n "$namespace" ]; then
+        kill -TERM "$namespace" 2>/dev/null
+        wait "$namespace" 2>/dev/null
+    fi
+    # The mounts lived in the namespace and ended with it; should one be seen here all the same,
+    # the chroot is left alone rather than removed through it.
+    if grep -qF " $work/" /proc/self/mountinfo; then
+        echo "on-release.sh: something is still mounted under $work; not removed" >&2
+        return
+    fi
+    rm -rf "$work"
+}
+trap cleanup EXIT
+trap 'exit 130' INT
+trap 'exit 143' TERM
+trap 'exit 129' HUP
+
+git clone --quiet --no-hardlinks "$top" "$work/vorn-virus-agent"
+echo "== $release: a minimal chroot from ${archive%/} (mmdebstrap), then in a fresh clone: $command"
+started=$SECONDS
+# Inside: a private mount namespace (nothing mounted here is seen outside, and all of it goes with
+# the namespace) and a PID namespace whose first process is this shell: when it ends, the kernel
+# ends every process left in it. --kill-child ends that shell if unshare itself is stopped.
+unshare --mount --pid --fork --kill-child --propagation private -- /bin/bash -euc '
+    work=$1 release=$2 command=$3
+    shift 3
+    root=$work/root
+    mount -t proc proc /proc
+    mmdebstrap --quiet --mode=root --variant=apt --format=directory "$release" "$root" "$@"
+    mv "$work/vorn-virus-agent" "$root/root/vorn-virus-agent"
+    cp /etc/resolv.conf "$root/etc/resolv.conf"
+    mount --rbind /dev "$root/dev"
+    mount -t proc proc "$root/proc"
+    mount -t sysfs sysfs "$root/sys"
+    mount -t tmpfs tmpfs "$root/tmp"
+    mount -t tmpfs tmpfs "$root/run"
+    exec chroot "$root" /usr/bin/env -i HOME=/root PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin \
+        TERM="${TERM:-dumb}" DEBIAN_FRONTEND=noninteractive \
+        /bin/bash -c "cd /root/vorn-virus-agent && $command"
+' on-release "$work" "$release" "$command" "${sources[@]}" &
+namespace=$!
+status=0
+wait "$namespace" || status=$?
+namespace=
+echo "== $release: exit status $status after $(((SECONDS - started) / 60)) min $(((SECONDS - started) % 60)) s"
+exit $status
