@@ -1,14 +1,19 @@
 #!/bin/bash
 # The agent's main job on the stand-ins, in one command:
-#   scripts/demo.sh [--auto]           (VORN_QT=6: the agent and stand-ins built with Qt 6)
+#   scripts/demo.sh [--auto]           (VORN_QT=5: the agent and stand-ins built with Qt 5)
 # Installs what is missing, builds, starts a private bus with the stand-in daemon, the stand-in
 # risk-box service, the stand-in event log and vorn-virus-agent, and plays a short scene. With a
 # display the boxes are windows that you answer by clicking (--auto answers them for you); without
 # one the scene answers itself. Exits 0 when every step of the scene happened.
 set -eu
 top=$(cd "$(dirname "$0")/.." && pwd)
-qt=${VORN_QT:-5}
-build=${VORN_BUILD_DIR:-$top/build$([ "$qt" = 5 ] || echo "-qt$qt")}
+qt=${VORN_QT:-6}
+# The build of ./scripts/test.sh and of the CMake preset of the same name.
+case "$qt" in
+    6) preset=default build=${VORN_BUILD_DIR:-$top/build} ;;
+    5) preset=qt5 build=${VORN_BUILD_DIR:-$top/build-qt5} ;;
+    *) echo "demo.sh: VORN_QT is 5 or 6, not '$qt'" >&2; exit 2 ;;
+esac
 auto=0
 for arg in "$@"; do
     case "$arg" in
@@ -18,10 +23,11 @@ for arg in "$@"; do
     esac
 done
 
-"$top/scripts/deps.sh" build $([ "$qt" = 6 ] && echo qt6)
+"$top/scripts/deps.sh" build $([ "$qt" = 5 ] && echo qt5)
 echo "== Building (quietly) in $build"
-cmake -S "$top" -B "$build" -DCMAKE_BUILD_TYPE=Debug -DVORN_WARNINGS_AS_ERRORS=ON -DVORN_QT_MAJOR="$qt" > "$build.configure.log" 2>&1 ||
-    { cat "$build.configure.log"; exit 1; }
+build=$(realpath -m "$build")
+cd "$top"
+cmake --preset "$preset" -B "$build" > "$build.configure.log" 2>&1 || { cat "$build.configure.log"; exit 1; }
 rm -f "$build.configure.log"
 cmake --build "$build" -j "$(nproc)" --target vorn-virus-agent vorn-standin-daemon vorn-standin-riskbox \
     vorn-standin-ctl translations > /dev/null

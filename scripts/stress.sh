@@ -6,8 +6,9 @@
 #     -n RUNS     runs per cell (default 10)
 #     -b BUILDS   some of: debug relwithdebinfo address (default: all three)
 #     -l LOADS    some of: alone one-core busy (default: all three)
-# Builds: debug is the build ./scripts/test.sh makes (build/), relwithdebinfo an optimised one
-# (build-relwithdebinfo/), address the AddressSanitizer + UBSan one (build-address/). Loads: alone,
+# Builds, as the CMake presets default, relwithdebinfo and address make them: debug is the build
+# ./scripts/test.sh makes (build/), relwithdebinfo an optimised one (build-relwithdebinfo/),
+# address the AddressSanitizer + UBSan one (build-address/); all with Qt 6. Loads: alone,
 # on one core (taskset -c 0), and beside two CPU-bound processes that this script starts and stops.
 # Each run's CTest output is kept in build-stress/BUILD-LOAD-N.log. Exits non-zero on any failure.
 set -eu
@@ -18,7 +19,7 @@ while getopts n:b:l:h option; do
         n) runs=$OPTARG ;;
         b) builds=$OPTARG ;;
         l) loads=$OPTARG ;;
-        *) sed -n '2,12p' "$0" | sed 's/^# \{0,1\}//'; exit 2 ;;
+        *) sed -n '2,13p' "$0" | sed 's/^# \{0,1\}//'; exit 2 ;;
     esac
 done
 logs=$top/build-stress
@@ -33,22 +34,22 @@ trap stop_hogs EXIT
 trap 'exit 130' INT
 trap 'exit 143' TERM
 
-build_dir() {
+# The build of each name: the CMake preset that ./scripts/test.sh also uses for it.
+preset() {
     case "$1" in
-        debug) echo "$top/build" ;;
-        relwithdebinfo) echo "$top/build-relwithdebinfo" ;;
-        address) echo "$top/build-address" ;;
+        debug) echo default ;;
+        relwithdebinfo | address) echo "$1" ;;
         *) echo "stress.sh: unknown build '$1'" >&2; exit 2 ;;
     esac
 }
 
+cd "$top"
+"$top/scripts/deps.sh" build
 for build in $builds; do
-    echo "== building $build in $(build_dir "$build")"
-    case "$build" in
-        debug) ./scripts/test.sh --build-only ;;
-        relwithdebinfo) VORN_BUILD_TYPE=RelWithDebInfo VORN_BUILD_DIR=$(build_dir "$build") ./scripts/test.sh --build-only ;;
-        address) VORN_SANITIZE=address ./scripts/test.sh --build-only ;;
-    esac > "$logs/$build-build.log" 2>&1 || { tail -n 30 "$logs/$build-build.log"; exit 1; }
+    preset=$(preset "$build")
+    echo "== building $build (preset $preset)"
+    { cmake --preset "$preset" && cmake --build --preset "$preset" -j "$(nproc)"; } > "$logs/$build-build.log" 2>&1 ||
+        { tail -n 30 "$logs/$build-build.log"; exit 1; }
 done
 
 rows=()
@@ -71,7 +72,7 @@ for build in $builds; do
         declare -A failures=()
         for ((run = 1; run <= runs; run++)); do
             log=$logs/$build-$load-$run.log
-            if (cd "$(build_dir "$build")" && "${prefix[@]}" ctest -j 2 --output-on-failure) > "$log" 2>&1; then
+            if "${prefix[@]}" ctest --preset "$(preset "$build")" > "$log" 2>&1; then
                 passed=$((passed + 1))
                 outcome=passed
             else

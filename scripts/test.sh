@@ -1,23 +1,42 @@
 #!/bin/bash
 # The project's test command: installs what is missing, configures, builds with warnings as
-# errors, and runs every test. Exits non-zero on any failure.
-#   VORN_SANITIZE=address ./scripts/test.sh    the same with AddressSanitizer + UBSan (build-address/)
-#   VORN_SANITIZE=thread ./scripts/test.sh     the same with ThreadSanitizer (build-thread/)
-#   VORN_QT=6 ./scripts/test.sh                the same with Qt 6 (build-qt6/; the default is Qt 5)
-#   VORN_BUILD_TYPE=RelWithDebInfo             another CMake build type (the default is Debug)
+# errors, and runs every test. Exits non-zero on any failure. It builds what the CMake presets of
+# the same names build (CMakePresets.json), so an IDE using them and this script share a build tree.
+#   ./scripts/test.sh                          Qt 6, Debug (preset default, build/)
+#   VORN_QT=5 ./scripts/test.sh                the same with Qt 5 (preset qt5, build-qt5/)
+#   VORN_SANITIZE=address ./scripts/test.sh    AddressSanitizer + UBSan (preset address; with
+#                                              VORN_QT=5 address-qt5)
+#   VORN_SANITIZE=thread ./scripts/test.sh     ThreadSanitizer (preset thread, thread-qt5)
+#   VORN_BUILD_TYPE=RelWithDebInfo             preset relwithdebinfo; another build type, or one
+#                                              with Qt 5 or a sanitizer, is set on top of the preset
+#   VORN_BUILD_DIR=DIR                         the preset's build in DIR instead of its own folder
 #   ./scripts/test.sh --build-only             configures and builds, runs nothing
 set -eu
 top=$(cd "$(dirname "$0")/.." && pwd)
-sanitize=${VORN_SANITIZE:-}
-qt=${VORN_QT:-5}
-qt_suffix=
-[ "$qt" = 5 ] || qt_suffix=-qt$qt
-build=${VORN_BUILD_DIR:-$top/build${sanitize:+-$sanitize}$qt_suffix}
+dir=${VORN_BUILD_DIR:+$(realpath -m "$VORN_BUILD_DIR")}
+cd "$top"
+qt=${VORN_QT:-6}
+case "$qt/${VORN_SANITIZE:-}" in
+    6/) preset=default ;;
+    5/) preset=qt5 ;;
+    6/address | 6/thread) preset=$VORN_SANITIZE ;;
+    5/address | 5/thread) preset=$VORN_SANITIZE-qt5 ;;
+    *) echo "test.sh: VORN_QT is 5 or 6 and VORN_SANITIZE address, thread or empty" >&2; exit 2 ;;
+esac
+type=()
+if [ "$preset/${VORN_BUILD_TYPE:-Debug}" = default/RelWithDebInfo ]; then
+    preset=relwithdebinfo
+elif [ -n "${VORN_BUILD_TYPE:-}" ]; then
+    type=(-DCMAKE_BUILD_TYPE="$VORN_BUILD_TYPE")
+fi
 
-"$top/scripts/deps.sh" build $([ "$qt" = 6 ] && echo qt6)
-cmake -S "$top" -B "$build" -DCMAKE_BUILD_TYPE="${VORN_BUILD_TYPE:-Debug}" -DVORN_WARNINGS_AS_ERRORS=ON \
-    -DVORN_SANITIZE="$sanitize" -DVORN_QT_MAJOR="$qt"
-cmake --build "$build" -j "$(nproc)"
+"$top/scripts/deps.sh" build $([ "$qt" = 5 ] && echo qt5)
+if [ -n "$dir" ]; then
+    cmake --preset "$preset" -B "$dir" "${type[@]}"
+    cmake --build "$dir" -j "$(nproc)"
+else
+    cmake --preset "$preset" "${type[@]}"
+    cmake --build --preset "$preset" -j "$(nproc)"
+fi
 [ "${1:-}" = --build-only ] && exit 0
-cd "$build"
-ctest --output-on-failure -j 2
+ctest --preset "$preset" ${dir:+--test-dir "$dir"}
