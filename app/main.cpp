@@ -4,6 +4,7 @@
 #include <QApplication>
 
 #include <clocale>
+#include <csignal>
 #include <cstdio>
 #include <libintl.h>
 #include <unistd.h>
@@ -12,8 +13,10 @@ int main(int argc, char *argv[])
 {
     // Qt's own options are honoured; the agent has none of its own.
     QApplication app(argc, argv);
-    // Developer lines reach a pipe or journal as they happen.
+    // Developer lines reach a pipe or journal as they happen, and a pipe whose reader has gone
+    // (a session's logger that ended) costs them, never the agent.
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
+    std::signal(SIGPIPE, SIG_IGN);
 
     // Deliberate: nothing is connected, translated or named before the session has settled.
     sleep(5);

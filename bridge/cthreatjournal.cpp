@@ -2,7 +2,6 @@
 
 #include <QDir>
 #include <QFile>
-#include <QHash>
 
 #include <algorithm>
 #include <cerrno>
@@ -12,12 +11,12 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
-// A larger journal is read only this far: it would hold more threats than anyone can answer, and
-// reading it must not stall the agent's start.
-const qint64 kMaxRead = 64 * 1024 * 1024;
+// A journal is read, and compacted, this many bytes at a time (a longer record in one piece).
+const int kPiece = 8 * 1024 * 1024;
 // Decided records are compacted away once they outweigh the undecided ones and this much besides.
 const qint64 kCompactSlack = 64 * 1024;
 
@@ -74,14 +73,21 @@ QByteArray sealed(const QByteArray &body)
     return body + ' ' + checksum(body) + '\n';
 }
 
-// The undecided threat with this number, or the end; the records are in rising number order.
-std::vector<CThreatJournal::Record>::iterator find(std::vector<CThreatJournal::Record> &records,
-                                                   quint64 number)
+uint keyOf(const SVirusInfo &info)
 {
-    const auto found =
-        std::lower_bound(records.begin(), records.end(), number,
-                         [](const CThreatJournal::Record &r, quint64 n) { return r.number < n; });
-    return found != records.end() && found->number == number ? found : records.end();
+    return uint(qHash(CThreatJournal::identity(info)));
+}
+
+// The threat of a sound "A" record's six parts, or nothing when they say no threat.
+bool threatOf(const QList<QByteArray> &parts, SVirusInfo &info)
+{
+    if (parts.size() != 6 || parts[0] != "A" || (parts[2] != "0" && parts[2] != "1"))
+        return false;
+    const auto text = [&parts](int i) {
+        return QString::fromUtf8(QByteArray::fromPercentEncoding(parts[i]));
+    };
+    info = SVirusInfo{text(3), text(4), text(5), parts[2] == "1"};
+    return true;
 }
 
 // Why a folder or file must not be used, or an empty text.
@@ -96,9 +102,116 @@ QString unsafeBecause(const QString &path, const struct stat &st)
 
 } // namespace
 
+// Reads a journal's bytes one piece after another: the records that lie whole in each piece, up to
+// the first one that is not valid. Decided threats are only marked while reading, so that a
+// decision costs no more than finding its threat, whatever the journal's size.
+class CThreatJournal::Reader
+{
+public:
+    explicit Reader(qint64 fileSize) : m_fileSize(fileSize) {}
+    // Reads the whole records at the start of data, the file's bytes from offset() on, and returns
+    // how many bytes they took; a record that data ends in waits for the next piece, unless the
+    // file ends there too: it is then a torn last record.
+    int feed(const QByteArray &data)
+    {
+        int used = 0;
+        while (!m_stopped && m_offset < m_fileSize) {
+            const int end = data.indexOf('\n', used);
+            if (end < 0) {
+                const qint64 rest = data.size() - used;
+                if (m_offset + rest == m_fileSize) {
+                    m_contents.problem = QStringLiteral("skipped a torn last record of %1 bytes").arg(rest);
+                    m_stopped = true;
+                }
+                break;
+            }
+            if (!readRecord(data.mid(used, end - used + 1))) {
+                m_stopped = true;
+                break;
+            }
+            m_offset += end - used + 1;
+            used = end + 1;
+        }
+        return used;
+    }
+    qint64 offset() const { return m_offset; }
+    bool done() const { return m_stopped || m_offset >= m_fileSize; }
+    // What the records read hold; bytes never read count as a record that is not valid.
+    Contents finish()
+    {
+        if (!m_stopped && m_offset < m_fileSize)
+            notValid();
+        m_contents.validBytes = m_offset;
+        std::vector<Record> undecided;
+        for (size_t i = 0; i < m_contents.records.size(); ++i) {
+            if (!m_decided[i]) {
+                undecided.push_back(m_contents.records[i]);
+                m_contents.threats << m_threats[i];
+            }
+        }
+        m_contents.records = std::move(undecided);
+        return std::move(m_contents);
+    }
+
+private:
+    bool readRecord(const QByteArray &line)
+    {
+        const int seal = line.lastIndexOf(' ');
+        const QByteArray body = line.left(seal);
+        const QList<QByteArray> parts = body.split(' ');
+        bool numbered = false;
+        const quint64 number = parts.value(1).toULongLong(&numbered);
+        SVirusInfo info;
+        if (seal <= 0 || !numbered || !checksumMatches(body, line.mid(seal + 1).chopped(1)))
+            return notValid();
+        if (threatOf(parts, info) && number >= m_contents.nextNumber && number <= kMaxNumber) {
+            m_contents.records.push_back(Record{number, m_offset, line.size(), keyOf(info)});
+            m_threats.push_back(info);
+            m_decided.push_back(false);
+            m_contents.nextNumber = number + 1;
+            return true;
+        }
+        // The records are in rising number order; a decision names an undecided one.
+        const auto &records = m_contents.records;
+        const auto found = std::lower_bound(records.begin(), records.end(), number,
+                                            [](const Record &r, quint64 n) { return r.number < n; });
+        const size_t at = size_t(found - records.begin());
+        if (parts.size() != 2 || parts[0] != "D" || found == records.end() || found->number != number ||
+            m_decided[at])
+            return notValid();
+        m_decided[at] = true;
+        m_threats[at] = SVirusInfo();
+        return true;
+    }
+    bool notValid()
+    {
+        m_contents.problem =
+            QStringLiteral("the record at byte %1 is not valid; the %2 bytes from there on are ignored")
+                .arg(m_offset)
+                .arg(m_fileSize - m_offset);
+        return false;
+    }
+
+    Contents m_contents;
+    std::vector<SVirusInfo> m_threats;
+    std::vector<bool> m_decided;
+    qint64 m_fileSize = 0;
+    qint64 m_offset = 0;
+    bool m_stopped = false;
+};
+
 CThreatJournal::CThreatJournal(const QString &directory)
 {
-    if (!open(directory))
+    if (!openFolder(directory))
+        return;
+    if (!lock()) {
+        if (waitsForLock())
+            say(QStringLiteral("threats are not being kept: another agent of this user keeps them in %1; "
+                               "this one takes over when it ends")
+                    .arg(directory));
+        return;
+    }
+    if (!openFile())
         return;
     read();
     if (!isKept())
@@ -125,7 +238,12 @@ QString CThreatJournal::defaultDirectory()
     return base + QStringLiteral("/vorn-defender");
 }
 
-bool CThreatJournal::open(const QString &directory)
+SVirusInfoList CThreatJournal::takeRestored()
+{
+    return std::exchange(m_restored, SVirusInfoList());
+}
+
+bool CThreatJournal::openFolder(const QString &directory)
 {
     // The folders above are the user's own business; only the journal's own is made private.
     QDir().mkpath(QFileInfo(directory).path());
@@ -136,28 +254,44 @@ bool CThreatJournal::open(const QString &directory)
         stopKeeping(directory + QStringLiteral(": ") + lastError());
         return false;
     }
-    QString unsafe =
+    const QString unsafe =
         S_ISDIR(st.st_mode) ? unsafeBecause(directory, st) : directory + QStringLiteral(" is not a folder");
     if (!unsafe.isEmpty()) {
         stopKeeping(unsafe);
         return false;
     }
-    // A lock of its own, since compaction replaces the journal file: one agent per user keeps it.
-    m_lockFd = ::open((folder + "/lock").constData(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
-    if (m_lockFd < 0 || ::flock(m_lockFd, LOCK_EX | LOCK_NB) != 0) {
-        stopKeeping(errno == EWOULDBLOCK
-                        ? QStringLiteral("another agent of this user keeps them in ") + directory
-                        : directory + QStringLiteral("/lock: ") + lastError());
+    m_directory = directory;
+    m_path = directory + QStringLiteral("/journal");
+    m_lockFd =
+        ::open(QFile::encodeName(lockPath()).constData(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (m_lockFd < 0) {
+        stopKeeping(lockPath() + QStringLiteral(": ") + lastError());
         return false;
     }
-    m_path = directory + QStringLiteral("/journal");
+    return true;
+}
+
+bool CThreatJournal::lock()
+{
+    // A lock of its own, since compaction replaces the journal file: one agent per user keeps it.
+    if (::flock(m_lockFd, LOCK_EX | LOCK_NB) == 0)
+        return true;
+    if (errno != EWOULDBLOCK)
+        stopKeeping(lockPath() + QStringLiteral(": ") + lastError());
+    return false;
+}
+
+bool CThreatJournal::openFile()
+{
     m_fd = ::open(QFile::encodeName(m_path).constData(), O_RDWR | O_CREAT | O_APPEND | O_NOFOLLOW | O_CLOEXEC,
                   0600);
+    struct stat st = {};
     if (m_fd < 0 || ::fstat(m_fd, &st) != 0) {
         stopKeeping(m_path + QStringLiteral(": ") + lastError());
         return false;
     }
-    unsafe = S_ISREG(st.st_mode) ? unsafeBecause(m_path, st) : m_path + QStringLiteral(" is not a file");
+    const QString unsafe =
+        S_ISREG(st.st_mode) ? unsafeBecause(m_path, st) : m_path + QStringLiteral(" is not a file");
     if (!unsafe.isEmpty()) {
         stopKeeping(unsafe);
         return false;
@@ -168,69 +302,47 @@ bool CThreatJournal::open(const QString &directory)
 
 void CThreatJournal::read()
 {
-    QFile file;
-    if (!file.open(m_fd, QIODevice::ReadOnly, QFileDevice::DontCloseHandle))
-        return stopKeeping(m_path + QStringLiteral(": ") + file.errorString());
-    Contents contents = parse(file.read(std::min(m_size, kMaxRead)), m_size);
+    // Read whole, a piece at a time: no size makes a valid record of this user's own file vanish.
+    Reader reader(m_size);
+    QByteArray unread;
+    while (!reader.done()) {
+        const qint64 at = reader.offset() + unread.size();
+        QByteArray piece(int(std::min<qint64>(kPiece, m_size - at)), Qt::Uninitialized);
+        const ssize_t got = ::pread(m_fd, piece.data(), size_t(piece.size()), at);
+        if (got < 0)
+            return stopKeeping(m_path + QStringLiteral(": ") + lastError());
+        if (got == 0)
+            break;
+        unread += piece.left(int(got));
+        unread.remove(0, reader.feed(unread));
+    }
+    Contents contents = reader.finish();
     if (!contents.problem.isEmpty())
         say(contents.problem);
     m_records = std::move(contents.records);
-    m_restored = contents.threats;
+    m_restored = std::move(contents.threats);
     m_nextNumber = contents.nextNumber;
+    m_liveBytes = 0;
     for (const Record &record : m_records)
         m_liveBytes += record.length;
 }
 
 CThreatJournal::Contents CThreatJournal::parse(const QByteArray &data, qint64 fileSize)
 {
-    Contents contents;
-    std::vector<Record> &records = contents.records;
-    QHash<quint64, SVirusInfo> threats;
-    qint64 offset = 0;
-    while (offset < fileSize) {
-        const int end = data.indexOf('\n', int(offset));
-        const QByteArray line = data.mid(int(offset), end < 0 ? -1 : end - int(offset) + 1);
-        if (end < 0 && offset + line.size() == fileSize) {
-            contents.problem = QStringLiteral("skipped a torn last record of %1 bytes").arg(line.size());
-            break;
-        }
-        const int seal = line.lastIndexOf(' ');
-        const QByteArray body = line.left(seal);
-        const QList<QByteArray> parts = body.split(' ');
-        bool numbered = false;
-        const quint64 number = parts.value(1).toULongLong(&numbered);
-        const auto found = find(records, number);
-        const bool sound =
-            line.endsWith('\n') && seal > 0 && checksumMatches(body, line.mid(seal + 1).chopped(1));
-        if (sound && parts.size() == 6 && parts[0] == "A" && numbered && number >= contents.nextNumber &&
-            number <= kMaxNumber && (parts[2] == "0" || parts[2] == "1")) {
-            const auto text = [&parts](int i) {
-                return QString::fromUtf8(QByteArray::fromPercentEncoding(parts[i]));
-            };
-            threats.insert(number, SVirusInfo{text(3), text(4), text(5), parts[2] == "1"});
-            records.push_back(Record{number, offset, line.size()});
-            contents.nextNumber = number + 1;
-        } else if (sound && parts.size() == 2 && parts[0] == "D" && numbered && found != records.end()) {
-            records.erase(found);
-        } else {
-            contents.problem =
-                QStringLiteral("the record at byte %1 is not valid; the %2 bytes from there on are ignored")
-                    .arg(offset)
-                    .arg(fileSize - offset);
-            break;
-        }
-        offset += line.size();
-    }
-    contents.validBytes = offset;
-    for (const Record &record : records)
-        contents.threats << threats.value(record.number);
-    return contents;
+    Reader reader(fileSize);
+    reader.feed(data);
+    return reader.finish();
+}
+
+QByteArray CThreatJournal::identity(const SVirusInfo &info)
+{
+    return (info.virusFlag ? "1 " : "0 ") + field(info.virusName) + ' ' + field(info.virusDetail) + ' ' +
+           field(info.virusPath);
 }
 
 QByteArray CThreatJournal::threatRecord(quint64 number, const SVirusInfo &info)
 {
-    return sealed("A " + QByteArray::number(number) + (info.virusFlag ? " 1 " : " 0 ") +
-                  field(info.virusName) + ' ' + field(info.virusDetail) + ' ' + field(info.virusPath));
+    return sealed("A " + QByteArray::number(number) + ' ' + identity(info));
 }
 
 QByteArray CThreatJournal::decisionRecord(quint64 number)
@@ -240,6 +352,8 @@ QByteArray CThreatJournal::decisionRecord(quint64 number)
 
 quint64 CThreatJournal::add(const SVirusInfo &info)
 {
+    if (waitsForLock())
+        m_taken << info;
     if (!isKept())
         return 0;
     // Only a journal that came with the largest number gets here: a number more would not be read.
@@ -251,34 +365,96 @@ quint64 CThreatJournal::add(const SVirusInfo &info)
     const qint64 offset = m_size;
     if (!append(record))
         return 0;
-    m_records.push_back(Record{m_nextNumber, offset, record.size()});
+    m_records.push_back(Record{m_nextNumber, offset, record.size(), keyOf(info)});
     m_liveBytes += record.size();
     return m_nextNumber++;
 }
 
-quint64 CThreatJournal::takeNext()
+void CThreatJournal::remove(const SVirusInfo &info)
 {
-    const auto next = std::upper_bound(m_records.begin(), m_records.end(), m_lastHandedOut,
-                                       [](quint64 n, const Record &r) { return n < r.number; });
-    if (next == m_records.end())
-        return 0;
-    m_lastHandedOut = next->number;
-    return m_lastHandedOut;
+    if (waitsForLock()) {
+        // Decided here: the other agent's record of it is forgotten at the take-over.
+        const QByteArray what = identity(info);
+        const auto taken = std::find_if(m_taken.begin(), m_taken.end(),
+                                        [&what](const SVirusInfo &t) { return identity(t) == what; });
+        if (taken != m_taken.end())
+            m_taken.erase(taken);
+        ++m_decided[what];
+        return;
+    }
+    const auto found = findOldest(info);
+    if (found != m_records.end())
+        forget(found);
 }
 
-void CThreatJournal::remove(quint64 number)
+std::vector<CThreatJournal::Record>::iterator CThreatJournal::findOldest(const SVirusInfo &info)
 {
-    const auto found = find(m_records, number);
-    if (found == m_records.end())
-        return;
-    m_liveBytes -= found->length;
-    m_records.erase(found);
+    // The key narrows the search; the record itself, read back, decides.
+    const QByteArray what = identity(info);
+    const uint key = uint(qHash(what));
+    for (auto record = m_records.begin(); record != m_records.end(); ++record) {
+        if (record->key != key)
+            continue;
+        QByteArray bytes(int(record->length), Qt::Uninitialized);
+        SVirusInfo found;
+        if (::pread(m_fd, bytes.data(), size_t(bytes.size()), record->offset) == bytes.size() &&
+            threatOf(bytes.left(bytes.lastIndexOf(' ')).split(' '), found) && identity(found) == what)
+            return record;
+    }
+    return m_records.end();
+}
+
+void CThreatJournal::forget(std::vector<Record>::iterator record)
+{
+    const quint64 number = record->number;
+    m_liveBytes -= record->length;
+    m_records.erase(record);
     // The file follows the undecided threats, not the history: once decided records outweigh them,
     // and whenever none is left, it is rewritten without the decided ones.
     if (m_records.empty() || m_size - m_liveBytes > std::max(m_liveBytes, kCompactSlack))
         compact();
     else
         append(decisionRecord(number));
+}
+
+bool CThreatJournal::takeOver()
+{
+    if (!waitsForLock() || !lock() || !openFile())
+        return false;
+    read();
+    if (!isKept())
+        return false;
+    // The other agent saw the same announcements: what this one decided meanwhile is forgotten,
+    // what it took is not restored a second time, and what it took that is not here is added.
+    SVirusInfoList taken = std::exchange(m_taken, SVirusInfoList());
+    SVirusInfoList restored;
+    std::vector<Record> undecided;
+    for (size_t i = 0; i < m_records.size(); ++i) {
+        const SVirusInfo &info = m_restored.at(int(i));
+        const QByteArray what = identity(info);
+        const auto mine = std::find_if(taken.begin(), taken.end(),
+                                       [&what](const SVirusInfo &t) { return identity(t) == what; });
+        if (m_decided.value(what) > 0) {
+            --m_decided[what];
+            m_liveBytes -= m_records[i].length;
+            continue;
+        }
+        if (mine != taken.end())
+            taken.erase(mine);
+        else
+            restored << info;
+        undecided.push_back(m_records[i]);
+    }
+    m_records = std::move(undecided);
+    m_decided.clear();
+    m_restored = restored;
+    say(QStringLiteral("took over from the agent that kept them: %1 undecided threats to restore from %2")
+            .arg(m_restored.size())
+            .arg(m_path));
+    compact();
+    for (const SVirusInfo &info : taken)
+        add(info);
+    return isKept();
 }
 
 bool CThreatJournal::append(const QByteArray &record)
@@ -299,17 +475,26 @@ bool CThreatJournal::append(const QByteArray &record)
 
 void CThreatJournal::compact()
 {
+    if (m_size == m_liveBytes)
+        return;
     const QByteArray temporary = QFile::encodeName(m_path + QStringLiteral(".new"));
     const int fd =
         ::open(temporary.constData(), O_RDWR | O_CREAT | O_TRUNC | O_APPEND | O_NOFOLLOW | O_CLOEXEC, 0600);
     bool written = fd >= 0;
     qint64 size = 0;
-    for (auto record = m_records.begin(); written && record != m_records.end(); ++record) {
-        QByteArray bytes(int(record->length), Qt::Uninitialized);
-        written = ::pread(m_fd, bytes.data(), size_t(bytes.size()), record->offset) == bytes.size() &&
-                  writeWhole(fd, bytes);
-        record->offset = size;
-        size += record->length;
+    auto record = m_records.begin();
+    while (written && record != m_records.end()) {
+        // Records that lie side by side are copied in one piece.
+        const qint64 from = record->offset;
+        qint64 length = 0;
+        while (record != m_records.end() && record->offset == from + length && length < kPiece) {
+            record->offset = size + length;
+            length += record->length;
+            ++record;
+        }
+        QByteArray bytes(int(length), Qt::Uninitialized);
+        written = ::pread(m_fd, bytes.data(), size_t(length), from) == length && writeWhole(fd, bytes);
+        size += length;
     }
     // Synced before the rename, so that a power loss cannot leave an empty journal in its place;
     // the rename then swaps old for new in one step.
@@ -337,5 +522,7 @@ void CThreatJournal::stopKeeping(const QString &why)
         ::close(m_lockFd);
     m_fd = m_lockFd = -1;
     m_records.clear();
+    m_taken.clear();
+    m_decided.clear();
     m_liveBytes = 0;
 }

@@ -2,7 +2,7 @@
 
 #include "bridgelogging.h"
 #include "cauthdialogthread.h"
-#include "cthreatjournal.h"
+#include "cthreatjournalwriter.h"
 #include "cvorngenlog.h"
 #include "virusscaninterface.h"
 
@@ -10,8 +10,10 @@
 #include <QDBusConnection>
 #include <QDBusInterface>
 #include <QDBusPendingReply>
+#include <QDBusServiceWatcher>
 
 #include <cstdio>
+#include <utility>
 
 Q_LOGGING_CATEGORY(lcBridge, "vorn.bridge", QtInfoMsg)
 
@@ -66,13 +68,18 @@ CVirusDbusMiddle::CVirusDbusMiddle(QObject *parent) : QObject(parent)
     m_pAuthDialogThread->start(QThread::InheritPriority);
 
     // Threats an earlier run left undecided go first, before the daemon can announce new ones.
-    m_pJournal = new CThreatJournal(CThreatJournal::defaultDirectory());
-    for (const SVirusInfo &info : m_pJournal->restored())
-        m_pAuthDialogThread->addVirusInfo(info);
+    m_pJournal = new CThreatJournalWriter(CThreatJournal::defaultDirectory());
+    connect(m_pJournal, &CThreatJournalWriter::restoredLater, this,
+            [this](const SVirusInfoList &threats) { queueRestored(threats, notifyInterfaceUsable()); });
+    queueRestored(m_pJournal->takeRestored(), notifyInterfaceUsable());
 
     m_pVirusInterface = new VirusScanInterface(QStringLiteral("com.vorn.virus"), QStringLiteral("/daemon"),
                                                QDBusConnection::systemBus(), this);
     registerDaemonMetaTypes();
+    // The journal listens first: every threat the bridge hears of, it has heard of before.
+    checkConnected(m_pJournal->start(m_pVirusInterface->connection(), m_pVirusInterface->service(),
+                                     m_pVirusInterface->path(), m_pVirusInterface->interface()),
+                   "the threat journal");
     checkConnected(connect(m_pVirusInterface, SIGNAL(signal_showAuthDialog(SVirusInfo)), this,
                            SLOT(slot_addAuthDialog(SVirusInfo))),
                    "signal_showAuthDialog");
@@ -87,6 +94,28 @@ CVirusDbusMiddle::CVirusDbusMiddle(QObject *parent) : QObject(parent)
     QDBusPendingReply<int> scanMode = m_pVirusInterface->get_scanMode();
     Q_UNUSED(scanMode)
     virusMap.clear();
+}
+
+void CVirusDbusMiddle::queueRestored(const SVirusInfoList &threats, bool serviceUp)
+{
+    m_restoredWaiting += threats;
+    if (m_restoredWaiting.isEmpty())
+        return;
+    // A threat box that cannot be shown holds the queue: restored threats wait for a service that
+    // is away, so that a session whose service starts late is not left silent.
+    if (!serviceUp) {
+        if (!m_pServiceWatcher) {
+            m_pServiceWatcher = new QDBusServiceWatcher(kNotifyService, QDBusConnection::systemBus(),
+                                                        QDBusServiceWatcher::WatchForRegistration, this);
+            connect(m_pServiceWatcher, &QDBusServiceWatcher::serviceRegistered, this,
+                    [this] { queueRestored({}, true); });
+        }
+        return;
+    }
+    for (const SVirusInfo &info : std::exchange(m_restoredWaiting, SVirusInfoList())) {
+        ++m_restoredQueued[CThreatJournal::identity(info)];
+        m_pAuthDialogThread->addVirusInfo(info);
+    }
 }
 
 bool CVirusDbusMiddle::hasResultSignal() const

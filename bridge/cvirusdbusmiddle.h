@@ -4,6 +4,8 @@
 #include "svirusboxinfo.h"
 #include "virusrecords.h"
 
+#include <QByteArray>
+#include <QHash>
 #include <QList>
 #include <QMap>
 #include <QObject>
@@ -12,8 +14,9 @@
 #include <QVariant>
 
 class CAuthDialogThread;
-class CThreatJournal;
+class CThreatJournalWriter;
 class QDBusInterface;
+class QDBusServiceWatcher;
 class VirusScanInterface;
 
 // The one object that ties the agent together: it owns the daemon proxy, the private connection
@@ -60,9 +63,11 @@ public:
     int get_trustFileList(STrustFileInfoList &infoList);
 
     // Quarantine and trust zone.
-    int dealThreats(const SQuarantineFileInfoList &fileList);
+    // done, when given, tells whether the daemon's reply said every item was processed.
+    int dealThreats(const SQuarantineFileInfoList &fileList, bool *done = nullptr);
     int restoreQuarantineFiles(const QStringList &files, int dealMode);
-    int addTrustFiles(const QStringList &files);
+    // done, when given, tells whether the daemon's reply said every file was added.
+    int addTrustFiles(const QStringList &files, bool *done = nullptr);
     int deleteTrustFiles(const QStringList &files);
     int addTrustExtensions(const QStringList &extensions);
     int deleteTrustExtensions(const QStringList &extensions);
@@ -144,8 +149,10 @@ private:
     bool showNotice(const QString &headline, const QString &virusName, int id, int state);
 
     void trustProcedure(int id, int state, const SVirusBoxInfo &entry);
-    bool clearProcedure(int id, int state, const SVirusBoxInfo &entry);
-    bool trustFromThreatProcedure(int id, const SVirusBoxInfo &entry);
+    bool clearProcedure(int id, int state, const SVirusBoxInfo &entry, bool &done);
+    bool trustFromThreatProcedure(int id, const SVirusBoxInfo &entry, bool &done);
+    // Queues restored threats on the dialog thread, or keeps them until the risk-box service is up.
+    void queueRestored(const SVirusInfoList &threats, bool serviceUp);
     int showTrustFailure(const QString &objectName, const QString &text);
 
     void logEvent(const QString &message, const QString &title = QStringLiteral("Dealing with threats"),
@@ -156,9 +163,11 @@ private:
     int m_nAnswersHandled = 0;
     VirusScanInterface *m_pVirusInterface = nullptr;
     CAuthDialogThread *m_pAuthDialogThread = nullptr;
-    CThreatJournal *m_pJournal = nullptr;
-    // The journal number of the threat being handed out to get_signalResult, 0 otherwise.
-    quint64 m_nHandingOut = 0;
+    CThreatJournalWriter *m_pJournal = nullptr;
+    // Restored threats waiting for the risk-box service, and those queued, by what they are.
+    SVirusInfoList m_restoredWaiting;
+    QHash<QByteArray, int> m_restoredQueued;
+    QDBusServiceWatcher *m_pServiceWatcher = nullptr;
     QMap<int, SVirusBoxInfo> virusMap;
     QDBusInterface *m_pNotifyInterface = nullptr;
     QString m_connectionName;

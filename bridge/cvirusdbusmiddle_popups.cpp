@@ -126,8 +126,7 @@ int CVirusDbusMiddle::show_retryVirusBoxNotify(const QString &strVirusName)
 
 int CVirusDbusMiddle::get_signalResult(const SVirusInfo &info)
 {
-    const SVirusBoxInfo entry{
-        3, info.virusName, info.virusDetail, info.virusPath, info.virusFlag, m_nHandingOut};
+    const SVirusBoxInfo entry{3, info.virusName, info.virusDetail, info.virusPath, info.virusFlag};
     // The threat-found box has no default action, and a timeout instead of a fold.
     const int ret =
         showAnsweredBox(0,
@@ -147,10 +146,20 @@ int CVirusDbusMiddle::get_signalResult(const SVirusInfo &info)
 
 int CVirusDbusMiddle::slot_ExecAuthDialog(SVirusInfo info)
 {
-    // The dialog thread hands threats out in the order they were queued, as the journal numbers them.
-    m_nHandingOut = m_pJournal->takeNext();
-    get_signalResult(info);
-    m_nHandingOut = 0;
+    auto restored = m_restoredQueued.find(CThreatJournal::identity(info));
+    const bool wasRestored = restored != m_restoredQueued.end();
+    if (wasRestored && --restored.value() == 0)
+        m_restoredQueued.erase(restored);
+    if (get_signalResult(info) < 0) {
+        // A restored threat does not hold the queue: it waits for the service's next start, and the
+        // threats of this run keep their turn.
+        if (wasRestored) {
+            queueRestored({info}, false);
+            m_pAuthDialogThread->setReady();
+        }
+    } else if (!m_restoredWaiting.isEmpty()) {
+        queueRestored({}, true);
+    }
     return 0;
 }
 

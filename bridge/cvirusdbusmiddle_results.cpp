@@ -1,7 +1,7 @@
 // What the bridge does with the user's answer to a risk box.
 #include "cvirusdbusmiddle.h"
 
-#include "cthreatjournal.h"
+#include "cthreatjournalwriter.h"
 #include "vorntext.h"
 
 namespace {
@@ -29,6 +29,9 @@ void CVirusDbusMiddle::slot_ResultSignal(int id, int state, QString reserved)
     logEvent(QStringLiteral("slot_ResultSignal start! id:%1 state:%2").arg(number(id), number(state)));
 
     bool remove = true;
+    // Only a handling that succeeded forgets the threat: what was not done comes back at the next
+    // start, even where the answer counts as handled here.
+    bool done = false;
     switch (entry.iVirusType) {
     case 0:
         // %3 is absent from this format on purpose; the values fill %1, %2, %4, %5.
@@ -50,21 +53,21 @@ void CVirusDbusMiddle::slot_ResultSignal(int id, int state, QString reserved)
                      .arg(number(id), number(state), number(3), number(state)));
         // -1 (the box timed out) is handled like Clear Now.
         if (state == 1 || state == -1) {
-            remove = clearProcedure(id, state, entry);
+            remove = clearProcedure(id, state, entry, done);
         } else if (state == 3) {
-            remove = trustFromThreatProcedure(id, entry);
+            remove = trustFromThreatProcedure(id, entry, done);
         } else if (state == 2) {
             logEvent(QStringLiteral("CAuthDialog: Click not to process"));
             logEvent(QStringLiteral("Not for the time being"));
+            done = true;
         }
         break;
     default: break;
     }
-    if (remove) {
+    if (remove)
         virusMap.remove(id);
-        // Decided: a threat whose entry is kept stays undecided, on disk too.
-        m_pJournal->remove(entry.journalNumber);
-    }
+    if (done)
+        m_pJournal->forget(SVirusInfo{entry.virusName, entry.virusDetail, entry.virusPath, entry.virusFlag});
 }
 
 void CVirusDbusMiddle::trustProcedure(int id, int state, const SVirusBoxInfo &entry)
@@ -84,10 +87,10 @@ void CVirusDbusMiddle::trustProcedure(int id, int state, const SVirusBoxInfo &en
     restoreQuarantineFiles(files, 1);
 }
 
-bool CVirusDbusMiddle::clearProcedure(int id, int state, const SVirusBoxInfo &entry)
+bool CVirusDbusMiddle::clearProcedure(int id, int state, const SVirusBoxInfo &entry, bool &done)
 {
     logEvent(QStringLiteral("CAuthDialog: Click deal right now"));
-    const int notProcessed = dealThreats({SQuarantineFileInfo{entry.virusPath, entry.virusName}});
+    const int notProcessed = dealThreats({SQuarantineFileInfo{entry.virusPath, entry.virusName}}, &done);
     if (!showNotice(vornText("The virus has been cleared and backed up to the quarantine area"),
                     entry.virusName, id, state))
         return false;
@@ -95,11 +98,11 @@ bool CVirusDbusMiddle::clearProcedure(int id, int state, const SVirusBoxInfo &en
     return notProcessed != -1;
 }
 
-bool CVirusDbusMiddle::trustFromThreatProcedure(int id, const SVirusBoxInfo &entry)
+bool CVirusDbusMiddle::trustFromThreatProcedure(int id, const SVirusBoxInfo &entry, bool &done)
 {
     logEvent(QStringLiteral("CAuthDialog: Click trust"));
     const QStringList files{entry.virusPath};
-    const int ret = addTrustFiles(files);
+    const int ret = addTrustFiles(files, &done);
     // The notice is raised whatever the trust add gave.
     if (!showNotice(vornText("Moved to trust zone"), entry.virusName, id, 3))
         return false;

@@ -3,7 +3,6 @@
 
 #include "accessibleinfo.h"
 #include "cauthdialogthread.h"
-#include "cthreatjournal.h"
 #include "cvorngenlog.h"
 #include "virusscaninterface.h"
 #include "vorntext.h"
@@ -83,15 +82,17 @@ void CVirusDbusMiddle::slot_rightClicked()
 
 void CVirusDbusMiddle::slot_addAuthDialog(SVirusInfo info)
 {
-    // On disk before it is queued: from here on, no end of the process loses it.
-    m_pJournal->add(info);
+    // The journal has it already: it heard the same announcement on its own thread.
     m_pAuthDialogThread->addVirusInfo(info);
 }
 
-int CVirusDbusMiddle::dealThreats(const SQuarantineFileInfoList &fileList)
+int CVirusDbusMiddle::dealThreats(const SQuarantineFileInfoList &fileList, bool *done)
 {
     // A failed call carries no int and reads as 0 items not processed.
-    const int notProcessed = m_pVirusInterface->add_quarantineFile(fileList).value();
+    QDBusPendingReply<int> reply = m_pVirusInterface->add_quarantineFile(fileList);
+    const int notProcessed = reply.value();
+    if (done)
+        *done = !reply.isError() && notProcessed == 0;
     logEvent(QStringLiteral("Processing completed, ") + QString::number(fileList.size() - notProcessed) +
                  QStringLiteral(" item(s) processed, ") + QString::number(notProcessed) +
                  QStringLiteral(" item(s) not processed."),
@@ -104,10 +105,13 @@ int CVirusDbusMiddle::restoreQuarantineFiles(const QStringList &files, int dealM
     return m_pVirusInterface->restore_quarantineFile(files, dealMode).value();
 }
 
-int CVirusDbusMiddle::addTrustFiles(const QStringList &files)
+int CVirusDbusMiddle::addTrustFiles(const QStringList &files, bool *done)
 {
     // The number of files the daemon could not add; a reply without an int counts as success.
-    const int failed = m_pVirusInterface->add_trustFile(files).value();
+    QDBusPendingReply<int> reply = m_pVirusInterface->add_trustFile(files);
+    const int failed = reply.value();
+    if (done)
+        *done = !reply.isError() && failed == 0;
     const QString result = failed == 0 ? QStringLiteral("Successfully") : QStringLiteral("failed");
     // Every file of the list is reported with the one outcome, not only the failed ones.
     for (const QString &file : files)

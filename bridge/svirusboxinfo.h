@@ -2,7 +2,6 @@
 #define SVIRUSBOXINFO_H
 
 #include <QString>
-#include <QtGlobal>
 
 // What the bridge remembers about one shown risk box until its answer has been handled. Never sent
 // on the bus.
@@ -16,8 +15,6 @@ struct SVirusBoxInfo
     QString virusDetail;
     QString virusPath;
     bool virusFlag = false;
-    // Kind 3 only: the threat's number in the journal of undecided threats, 0 when it has none.
-    quint64 journalNumber = 0;
 };
 
 #endif // SVIRUSBOXINFO_H

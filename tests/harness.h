@@ -87,6 +87,8 @@ public:
     // an earlier instance, and the name may be owned before QProcess has seen the start.
     bool start()
     {
+        if (m_process.state() == QProcess::Running)
+            return true;
         m_process.start(m_program, m_arguments);
         if (!m_process.waitForStarted())
             return false;
@@ -152,20 +154,21 @@ public:
     }
     // Faults, space-separated: "d:" the daemon, "r:" the risk-box service, then METHOD=N (answers
     // N), METHOD! (an error reply), METHOD!N (an error after N good replies), METHOD? (a reply
-    // without arguments).
+    // without arguments), METHOD~ (no reply at all).
     void fault(const QString &faults)
     {
         for (const QString &token : faults.split(' ', Qt::SkipEmptyParts)) {
-            const QRegularExpressionMatch m = QRegularExpression("^(.):(\\w+)([=!?])(-?\\d*)$").match(token);
+            const QRegularExpressionMatch m = QRegularExpression("^(.):(\\w+)([=!?~])(-?\\d*)$").match(token);
             const QString how = m.captured(3), n = m.captured(4);
             const QString call = how == "="    ? "Force"
                                  : how == "?"  ? "Empty"
+                                 : how == "~"  ? "Hold"
                                  : n.isEmpty() ? "Fail"
                                                : "FailAfter";
             QVariantList args{m.captured(2)};
             if (call == "Fail")
                 args << QString() << QString();
-            else if (call != "Empty")
+            else if (!n.isEmpty())
                 args << n.toInt();
             const QDBusMessage reply = (m.captured(1) == "d" ? daemon : riskbox).control(call, args);
             QVERIFY2(m.hasMatch() && reply.type() == QDBusMessage::ReplyMessage, qPrintable(token));

@@ -1,6 +1,17 @@
 // vorn-virus-agent as a process: its five quiet seconds, its start-up log without the risk-box
-// service, its private connection name, arguments that change nothing, and threats that outlive it.
+// service, its private connection name, arguments that change nothing, and threats that outlive it
+// whatever it was waiting for, a late risk-box service, a second login and a closed output pipe.
 #include "harness.h"
+
+// An agent that ends with the test that started it.
+struct Agent : QProcess
+{
+    ~Agent() override
+    {
+        kill();
+        waitForFinished();
+    }
+};
 
 class TestAgentProcess : public QObject
 {
@@ -8,13 +19,44 @@ class TestAgentProcess : public QObject
 
 private:
     Peers m_peers;
+    const QString m_folder = qEnvironmentVariable("XDG_STATE_HOME") + "/vorn-defender";
+
+    // Starts an agent and waits until it has said `said` and connected.
+    bool started(QProcess &agent, const char *said)
+    {
+        m_peers.daemon.control("ClearCalls");
+        agent.start(VORN_AGENT, QStringList());
+        QByteArray out;
+        return QTest::qWaitFor([&] { return (out += agent.readAllStandardOutput()).contains(said); },
+                               15000) &&
+               QTest::qWaitFor([&] { return !m_peers.daemon.calls().isEmpty(); }, 5000);
+    }
+    int journaled() const
+    {
+        QFile file(m_folder + "/journal");
+        return file.open(QIODevice::ReadOnly) ? ("\n" + file.readAll()).count("\nA ") : 0;
+    }
+    void announce(const char *name, int count = 1)
+    {
+        m_peers.daemon.control("EmitMany",
+                               {"signal_showAuthDialog", QStringList{name, "", "/f", "false"}, count});
+    }
+    // The threats of the boxes shown.
+    QStringList shown() const
+    {
+        QStringList names;
+        for (const QJsonObject &box : m_peers.riskbox.json("Boxes"))
+            names << (box["shown"].toBool() ? box["contents"][1].toString().mid(11) : "");
+        return names;
+    }
 
 private slots:
+    void initTestCase() { QVERIFY(m_peers.daemon.start()); }
+
     void startsQuietlyThenConnects()
     {
         // Two agents without the risk-box service, one with arguments of its own (with the service,
         // the bridge test starts one).
-        QVERIFY(m_peers.daemon.start());
         QProcess agents[2];
         QElapsedTimer clock;
         clock.start();
@@ -50,7 +92,7 @@ private slots:
                  (QStringList{"threat journal: restored 0 undecided threats from " + folder + "/journal\n",
                               "threat journal: threats are not being kept: another agent of this user "
                               "keeps them in " +
-                                  folder + '\n'}));
+                                  folder + "; this one takes over when it ends\n"}));
     }
 
     void killedAgentLosesNoThreat()
@@ -100,6 +142,84 @@ private slots:
         restart("restored 0 undecided threats");
         agent.kill();
         agent.waitForFinished();
+    }
+
+    void lateRiskBoxServiceLeavesNoSessionSilent()
+    {
+        // Two threats left undecided by an agent without the risk-box service; the next one starts
+        // without it too, and the service comes three seconds after it connected (the dialog thread
+        // ticks meanwhile): the two, then a threat announced after, are shown.
+        QDir(m_folder).removeRecursively();
+        m_peers.riskbox.stop();
+        Agent agent;
+        QVERIFY(started(agent, "restored 0"));
+        announce("R{n}", 2);
+        QTRY_COMPARE(journaled(), 2);
+        agent.kill();
+        agent.waitForFinished();
+        QVERIFY(started(agent, "restored 2"));
+        QTest::qWait(3000);
+        QVERIFY(m_peers.riskbox.start());
+        announce("N");
+        QTRY_COMPARE_WITH_TIMEOUT(shown(), (QStringList{"R0", "R1", "N"}), 15000);
+    }
+
+    void threatsAnnouncedWhileTheAgentWaitsAreKept()
+    {
+        // The risk-box service hangs in the first threat's create; two more are announced then. All
+        // three are on disk, and the agent's logout loses none.
+        QDir(m_folder).removeRecursively();
+        Agent agent;
+        m_peers.fault("r:create~");
+        QVERIFY(started(agent, "restored 0"));
+        announce("H");
+        QTRY_VERIFY(!m_peers.riskbox.calls().filter(QRegularExpression("^create ")).isEmpty());
+        announce("W{n}", 2);
+        QTRY_COMPARE(journaled(), 3);
+        agent.terminate();
+        QVERIFY(agent.waitForFinished());
+        m_peers.reset();
+        QVERIFY(started(agent, "restored 3"));
+    }
+
+    void secondLoginTakesTheJournalOver()
+    {
+        // Both agents show X; the first ends, the second takes over without showing X again, shows
+        // Y and is killed: the next agent restores both.
+        QDir(m_folder).removeRecursively();
+        QVERIFY(m_peers.riskbox.start());
+        Agent agents[3];
+        QVERIFY(started(agents[0], "restored 0"));
+        QVERIFY(started(agents[1], "takes over when it ends"));
+        announce("X");
+        QTRY_COMPARE(shown().count("X"), 2);
+        agents[0].terminate();
+        QVERIFY(agents[0].waitForFinished());
+        QByteArray out;
+        QTRY_VERIFY((out += agents[1].readAllStandardOutput())
+                        .contains("took over from the agent that kept them: 0 "));
+        announce("Y");
+        QTRY_COMPARE(journaled(), 2);
+        agents[1].kill();
+        QVERIFY(started(agents[2], "restored 2"));
+    }
+
+    void closedOutputPipeDoesNotEndTheAgent()
+    {
+        // Its standard output is a pipe whose reader has gone before the agent's first line.
+        int pipeEnds[2];
+        QVERIFY(pipe(pipeEnds) == 0);
+        const int saved = dup(STDOUT_FILENO);
+        dup2(pipeEnds[1], STDOUT_FILENO);
+        m_peers.daemon.control("ClearCalls");
+        Agent agent;
+        agent.setProcessChannelMode(QProcess::ForwardedOutputChannel);
+        agent.start(VORN_AGENT, QStringList());
+        dup2(saved, STDOUT_FILENO);
+        for (int fd : {saved, pipeEnds[0], pipeEnds[1]})
+            close(fd);
+        QTRY_COMPARE_WITH_TIMEOUT(m_peers.daemon.calls(), QStringList{"get_scanMode  []"}, 15000);
+        QCOMPARE(agent.state(), QProcess::Running);
     }
 };
 

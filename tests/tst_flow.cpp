@@ -1,6 +1,9 @@
 // Threats as the daemon announces them, through the dialog thread to the boxes: one at a time, in
-// order, none lost; spoofed, malformed and hostile signals; a flood.
+// order, none lost; spoofed, malformed and hostile signals; what the journal forgets; a flood.
 #include "harness.h"
+
+#include "cthreatjournal.h"
+#include "journalpromises.h"
 
 #include <QDBusVariant>
 
@@ -124,6 +127,30 @@ private slots:
                          (text.at(1).isEmpty() ? "failed" : "Successfully") + "|3");
             QCOMPARE(m_test.daemon.calls(), QStringList{"add_trustFile as [[" + compact(text.at(1)) + "]]"});
         }
+    }
+
+    void onlyHandlingThatSucceededIsForgotten()
+    {
+        // Quarantines the daemon reports as not done (1) and as failed, then "Not for the time
+        // being": the first two stay in the journal, though their answers count as handled.
+        const int from = m_test.boxes().size();
+        announce("notdone", "/j");
+        announce("failed", "/j");
+        announce("later", "/j");
+        const QStringList faults{"d:add_quarantineFile=1", "d:add_quarantineFile!", ""};
+        for (int i = 0; i < 3; ++i) {
+            QTRY_COMPARE_WITH_TIMEOUT(threats(from).size(), i + 1, 30000);
+            m_test.fault(faults.at(i));
+            m_test.answer(threats(from).at(i).section(' ', 0, 0).toInt(), i < 2 ? 1 : 2);
+            m_test.settle();
+        }
+        QTRY_COMPARE(
+            [] {
+                QFile file(CThreatJournal::defaultDirectory() + "/journal");
+                const QByteArray bytes = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+                return threatTexts(CThreatJournal::parse(bytes, bytes.size()).threats).filter("|/j|");
+            }(),
+            (QStringList{"notdone|detail|/j|0", "failed|detail|/j|0"}));
     }
 
     // Last: the queue it leaves behind drains for hours.

@@ -8,8 +8,6 @@
 #include <csignal>
 #include <sys/resource.h>
 
-using Numbers = QList<quint64>;
-
 class TestJournal : public QObject
 {
     Q_OBJECT
@@ -18,13 +16,6 @@ private:
     QTemporaryDir m_home;
     QString m_dir, m_path;
 
-    static Numbers takeAll(CThreatJournal &journal)
-    {
-        Numbers numbers;
-        while (quint64 number = journal.takeNext())
-            numbers << number;
-        return numbers;
-    }
     // Opens the journal as a starting agent does: the threats restored as "name|detail|path|flag",
     // and what it said.
     QStringList reopen(QString *said = nullptr)
@@ -33,7 +24,7 @@ private:
         CThreatJournal journal(m_dir);
         if (said)
             *said = out.text();
-        return threatTexts(journal.restored());
+        return threatTexts(journal.takeRestored());
     }
     QByteArray bytes() const
     {
@@ -57,7 +48,7 @@ private slots:
             journal.add({"decided", "", "/d", false});
             journal.add({"%1 %2 \\ %20", QString(65536, 'x'), "/e%20f", false});
             journal.add({"病毒", "", QString(), true});
-            journal.remove(journal.takeNext() + 1); // the first handed out but undecided, the second decided
+            journal.remove({"decided", "", "/d", false});
         }
         // rwx------ and rw-------, as owner and as user.
         QCOMPARE(QString::number(QFile::permissions(m_dir) | QFile::permissions(m_path) << 16, 16),
@@ -67,11 +58,11 @@ private slots:
                  (QStringList{"line\nbreak|<b>markup</b> %1|/tmp/a b\n/c|1",
                               "%1 %2 \\ %20|" + QString(65536, 'x') + "|/e%20f|0", "病毒|||1"}));
         QCOMPARE(said, "threat journal: restored 3 undecided threats from " + m_path + "\n");
-        // Numbers go on after the last one; the restored threats are handed out first.
+        // Numbers go on after the last one; of two equal threats, the older one is forgotten.
         CThreatJournal journal(m_dir);
-        QCOMPARE(journal.add({}), quint64(5));
-        journal.remove(0);
-        QCOMPARE(takeAll(journal), (Numbers{1, 3, 4, 5}));
+        QCOMPARE(journal.add({"病毒", "", QString(), true}), quint64(5));
+        journal.remove({"病毒", "", QString(), true});
+        QVERIFY(bytes().endsWith('\n' + CThreatJournal::decisionRecord(4)));
     }
 
     void journalAsFoundAtStart_data()
@@ -122,6 +113,22 @@ private slots:
         }
     }
 
+    void largeJournalIsReadWholeAndLeftAsItIs()
+    {
+        // 68 MB of undecided threats with 4 KB paths.
+        QVERIFY(QDir().mkpath(m_dir));
+        QFile file(m_path);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        const int count = 17000;
+        for (int i = 1; i <= count; ++i)
+            file.write(CThreatJournal::threatRecord(i, {QString::number(i), "", QString(4000, 'p'), false}));
+        file.close();
+        const QStringList restored = reopen();
+        QCOMPARE(restored.size(), count);
+        QCOMPARE(restored.last(), "17000||" + QString(4000, 'p') + "|0");
+        QCOMPARE(QFileInfo(m_path).size(), file.size());
+    }
+
     void fullDiskIsSaidOnceAndLosesNothingWritten()
     {
         {
@@ -135,7 +142,7 @@ private slots:
             setrlimit(RLIMIT_FSIZE, &limit);
             for (int i = 0; i < 8; ++i)
                 journal.add({QString::number(i), "", QString(1000, 'p'), false});
-            journal.remove(1);
+            journal.remove({"1", "", QString(1000, 'p'), false});
             setrlimit(RLIMIT_FSIZE, &saved);
             QCOMPARE(out.text(),
                      QStringLiteral("threat journal: threats are not being kept: No space left on device\n"));
@@ -176,14 +183,14 @@ private slots:
             CThreatJournal journal(m_dir);
             for (int i = 0; i < count; ++i)
                 journal.add({QString::number(i), "", "/", false});
-            for (quint64 number : takeAll(journal).mid(0, count - 3))
-                journal.remove(number);
+            for (int i = 0; i < count - 3; ++i)
+                journal.remove({QString::number(i), "", "/", false});
             QVERIFY2(journal.size() < 64 * 1024 * 2, qPrintable(QString::number(journal.size())));
         }
         QCOMPARE(reopen(), (QStringList{"9997||/|0", "9998||/|0", "9999||/|0"}));
         CThreatJournal journal(m_dir);
-        for (quint64 number : takeAll(journal))
-            journal.remove(number);
+        for (const SVirusInfo &threat : journal.takeRestored())
+            journal.remove(threat);
         QCOMPARE(QFileInfo(m_path).size(), 0);
         QVERIFY(!QFileInfo::exists(m_path + ".new"));
     }

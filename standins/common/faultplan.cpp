@@ -36,6 +36,13 @@ void FaultPlan::emptyReply(const QString &method)
     m_faults.insert(method, fault);
 }
 
+void FaultPlan::hold(const QString &method)
+{
+    Fault fault;
+    fault.kind = NoReply;
+    m_faults.insert(method, fault);
+}
+
 void FaultPlan::reset(const QString &method)
 {
     if (method.isEmpty())
@@ -70,6 +77,10 @@ bool FaultPlan::apply(const QDBusContext &context, int &value, QString &outcome)
         context.setDelayedReply(true);
         context.connection().send(context.message().createReply(QVariantList()));
         outcome = QStringLiteral("an empty reply (injected)");
+        break;
+    case NoReply:
+        context.setDelayedReply(true);
+        outcome = QStringLiteral("no reply (injected)");
         break;
     }
     return true;

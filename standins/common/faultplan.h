@@ -16,7 +16,8 @@ public:
         ErrorReply,
         ForcedValue,
         ShortReply,
-        EmptyReply
+        EmptyReply,
+        NoReply
     };
 
     // The error is answered from the call after the first `passing` ones on.
@@ -25,6 +26,8 @@ public:
     void shortReply(const QString &method, int value);
     // A reply with no arguments at all.
     void emptyReply(const QString &method);
+    // No reply: the caller waits for its own timeout, as on a peer that hangs.
+    void hold(const QString &method);
     // An empty method resets every plan.
     void reset(const QString &method);
 

@@ -17,7 +17,8 @@ daemon commands (service com.vorn.virus):
   fail METHOD [ERROR [MESSAGE]]    answer METHOD with a D-Bus error
   force METHOD VALUE               answer METHOD with VALUE
   short METHOD VALUE               answer METHOD with VALUE alone
-  reset [METHOD]                   undo fail/force/short
+  hold METHOD                      never answer METHOD (the caller waits for its timeout)
+  reset [METHOD]                   undo fail/force/short/hold
   calls | clear-calls | state      what reached the daemon, forget it, the daemon's state
 
 riskbox commands (service com.tarsel.secriskbox):
@@ -27,7 +28,8 @@ riskbox commands (service com.tarsel.secriskbox):
   fail-after METHOD PASSING        the same, after PASSING calls went through
   empty METHOD                     answer METHOD with a reply that carries no values
   force create ID                  make "create" hand out ID (negative ones too)
-  reset [METHOD]                   undo fail/force
+  hold METHOD                      never answer METHOD (the caller waits for its timeout)
+  reset [METHOD]                   undo fail/force/hold
   boxes | calls | clear-calls      the boxes drawn, what reached the service, forget it
 )";
 
@@ -65,20 +67,23 @@ int main(int argc, char *argv[])
     const QString target = args.takeFirst();
     const QString command = args.takeFirst();
 
+    // clang-format off
     static const Command daemonCommands[] = {
         {"emit", "Emit", 1, -1},  {"emit-many", "EmitMany", 2, -1},
         {"fail", "Fail", 1, 3},   {"force", "Force", 2, 2},
         {"short", "Short", 2, 2}, {"reset", "Reset", 0, 1},
+        {"hold", "Hold", 1, 1},   {"state", "State", 0, 0},
         {"calls", "Calls", 0, 0}, {"clear-calls", "ClearCalls", 0, 0},
-        {"state", "State", 0, 0},
     };
     static const Command riskboxCommands[] = {
         {"result", "Result", 2, 3}, {"press", "Press", 2, 2},
         {"fail", "Fail", 1, 3},     {"fail-after", "FailAfter", 2, 2},
         {"empty", "Empty", 1, 1},   {"force", "Force", 2, 2},
         {"reset", "Reset", 0, 1},   {"boxes", "Boxes", 0, 0},
-        {"calls", "Calls", 0, 0},   {"clear-calls", "ClearCalls", 0, 0},
+        {"hold", "Hold", 1, 1},     {"calls", "Calls", 0, 0},
+        {"clear-calls", "ClearCalls", 0, 0},
     };
+    // clang-format on
 
     QString service;
     const Command *begin = nullptr;
@@ -118,7 +123,8 @@ int main(int argc, char *argv[])
         if (!toInt(args.at(1), number))
             return fail(QStringLiteral("not a number: '%1'").arg(args.at(1)));
         callArgs << args.at(0) << number;
-    } else if (method == QLatin1String("Reset") || method == QLatin1String("Empty")) {
+    } else if (method == QLatin1String("Reset") || method == QLatin1String("Empty") ||
+               method == QLatin1String("Hold")) {
         callArgs << args.value(0);
     } else if (method == QLatin1String("Result") || method == QLatin1String("Press")) {
         int id = 0;

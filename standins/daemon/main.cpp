@@ -26,7 +26,8 @@ Control interface: object "/control", interface "com.vorn.standin.Control":
   Fail(s method, s error, s msg) answer METHOD with a D-Bus error (empty error/msg: a default one)
   Force(s method, i value)       answer METHOD with VALUE and do nothing else
   Short(s method, i value)       answer METHOD with VALUE alone (no list or record after it)
-  Reset(s method)                undo Fail/Force/Short for METHOD, or for every method when empty
+  Hold(s method)                 never answer METHOD: the caller waits for its own timeout
+  Reset(s method)                undo Fail/Force/Short/Hold for METHOD, or for every method when empty
   Calls() -> as                  every call received so far, one JSON object each
   ClearCalls()                   forget the calls received so far
   State() -> s                   quarantine, trust zone and scan state as JSON

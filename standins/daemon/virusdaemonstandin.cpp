@@ -459,6 +459,12 @@ void VirusDaemonStandIn::Short(const QString &method, int value)
         m_faults.shortReply(method, value);
 }
 
+void VirusDaemonStandIn::Hold(const QString &method)
+{
+    if (knownMethod(method))
+        m_faults.hold(method);
+}
+
 void VirusDaemonStandIn::Reset(const QString &method)
 {
     if (method.isEmpty() || knownMethod(method))

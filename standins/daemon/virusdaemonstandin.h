@@ -54,6 +54,7 @@ public slots:
     Q_SCRIPTABLE void EmitRaw(const QString &member, const QVariantList &args);
     Q_SCRIPTABLE void Fail(const QString &method, const QString &errorName, const QString &message);
     Q_SCRIPTABLE void Force(const QString &method, int value);
+    Q_SCRIPTABLE void Hold(const QString &method);
     Q_SCRIPTABLE void Short(const QString &method, int value);
     Q_SCRIPTABLE void Reset(const QString &method);
     Q_SCRIPTABLE QStringList Calls();

@@ -32,7 +32,8 @@ Control interface: object "/control", interface "com.vorn.standin.Control":
   FailAfter(s method, i passing)     the same, but only after PASSING calls of METHOD went through
   Empty(s method)                    answer METHOD with a reply that carries no values
   Force(s "create", i id)            make create answer ID (negative: no box is made)
-  Reset(s method)                    undo Fail/Force for METHOD, or for every method when empty
+  Hold(s method)                     never answer METHOD: the caller waits for its own timeout
+  Reset(s method)                    undo Fail/Force/Hold for METHOD, or for every method when empty
   Boxes() -> as                      every box with its lines, buttons, fold and timeout, as JSON
   Calls() -> as                      every call received so far, one JSON object each
   ClearCalls()                       forget the calls received so far

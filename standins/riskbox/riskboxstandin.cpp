@@ -297,6 +297,12 @@ void RiskBoxStandIn::Force(const QString &method, int value)
     m_faults.force(method, value);
 }
 
+void RiskBoxStandIn::Hold(const QString &method)
+{
+    if (knownMethod(method))
+        m_faults.hold(method);
+}
+
 void RiskBoxStandIn::Reset(const QString &method)
 {
     if (method.isEmpty() || knownMethod(method))

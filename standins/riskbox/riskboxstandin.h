@@ -50,6 +50,7 @@ public slots:
     Q_SCRIPTABLE void Fail(const QString &method, const QString &errorName, const QString &message);
     Q_SCRIPTABLE void FailAfter(const QString &method, int passing);
     Q_SCRIPTABLE void Force(const QString &method, int value);
+    Q_SCRIPTABLE void Hold(const QString &method);
     Q_SCRIPTABLE void Empty(const QString &method);
     Q_SCRIPTABLE void Reset(const QString &method);
     Q_SCRIPTABLE QStringList Boxes();
