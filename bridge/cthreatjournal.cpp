@@ -73,9 +73,11 @@ QByteArray sealed(const QByteArray &body)
     return body + ' ' + checksum(body) + '\n';
 }
 
+// A hash of what a threat is, from its texts: reading a record decodes them anyway.
 uint keyOf(const SVirusInfo &info)
 {
-    return uint(qHash(CThreatJournal::identity(info)));
+    return uint(qHash(info.virusName) ^ (qHash(info.virusDetail) * 31) ^ (qHash(info.virusPath) * 131) ^
+                uint(info.virusFlag));
 }
 
 // The threat of a sound "A" record's six parts, or nothing when they say no threat.
@@ -391,7 +393,7 @@ std::vector<CThreatJournal::Record>::iterator CThreatJournal::findOldest(const S
 {
     // The key narrows the search; the record itself, read back, decides.
     const QByteArray what = identity(info);
-    const uint key = uint(qHash(what));
+    const uint key = keyOf(info);
     for (auto record = m_records.begin(); record != m_records.end(); ++record) {
         if (record->key != key)
             continue;
