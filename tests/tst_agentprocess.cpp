@@ -148,7 +148,9 @@ private slots:
     {
         // Two threats left undecided by an agent without the risk-box service; the next one starts
         // without it too, and the service comes three seconds after it connected (the dialog thread
-        // ticks meanwhile): the two, then a threat announced after, are shown.
+        // ticks meanwhile): the two, then a threat announced after, are shown. Then a start while
+        // the service fails every create: the restored boxes fail without holding the queue, and
+        // follow the next box that can be shown.
         QDir(m_folder).removeRecursively();
         m_peers.riskbox.stop();
         Agent agent;
@@ -162,6 +164,15 @@ private slots:
         QVERIFY(m_peers.riskbox.start());
         announce("N");
         QTRY_COMPARE_WITH_TIMEOUT(shown(), (QStringList{"R0", "R1", "N"}), 15000);
+        agent.kill();
+        agent.waitForFinished();
+        m_peers.reset();
+        m_peers.fault("r:create!");
+        QVERIFY(started(agent, "restored 3"));
+        QTRY_COMPARE_WITH_TIMEOUT(m_peers.riskbox.calls().size(), 3, 15000);
+        m_peers.riskbox.control("Reset", {QString()});
+        announce("M");
+        QTRY_COMPARE_WITH_TIMEOUT(shown().mid(3), (QStringList{"M", "R0", "R1", "N"}), 15000);
     }
 
     void threatsAnnouncedWhileTheAgentWaitsAreKept()

@@ -131,17 +131,18 @@ private slots:
 
     void onlyHandlingThatSucceededIsForgotten()
     {
-        // Quarantines the daemon reports as not done (1) and as failed, then "Not for the time
-        // being": the first two stay in the journal, though their answers count as handled.
+        // Quarantines the daemon reports as not done (1) and as failed, a refused trust, then "Not
+        // for the time being": the first three stay in the journal, though they count as handled.
         const int from = m_test.boxes().size();
-        announce("notdone", "/j");
-        announce("failed", "/j");
-        announce("later", "/j");
-        const QStringList faults{"d:add_quarantineFile=1", "d:add_quarantineFile!", ""};
-        for (int i = 0; i < 3; ++i) {
+        const QStringList names{"notdone", "failed", "untrusted", "later"};
+        const QStringList faults{"d:add_quarantineFile=1", "d:add_quarantineFile!", "d:add_trustFile=1", ""};
+        for (const QString &name : names)
+            announce(name, "/j");
+        ModalCloser closer;
+        for (int i = 0; i < 4; ++i) {
             QTRY_COMPARE_WITH_TIMEOUT(threats(from).size(), i + 1, 30000);
             m_test.fault(faults.at(i));
-            m_test.answer(threats(from).at(i).section(' ', 0, 0).toInt(), i < 2 ? 1 : 2);
+            m_test.answer(threats(from).at(i).section(' ', 0, 0).toInt(), QList<int>{1, 1, 3, 2}.at(i));
             m_test.settle();
         }
         QTRY_COMPARE(
@@ -150,7 +151,7 @@ private slots:
                 const QByteArray bytes = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
                 return threatTexts(CThreatJournal::parse(bytes, bytes.size()).threats).filter("|/j|");
             }(),
-            (QStringList{"notdone|detail|/j|0", "failed|detail|/j|0"}));
+            (QStringList{"notdone|detail|/j|0", "failed|detail|/j|0", "untrusted|detail|/j|0"}));
     }
 
     // Last: the queue it leaves behind drains for hours.

@@ -65,6 +65,25 @@ private slots:
         QVERIFY(bytes().endsWith('\n' + CThreatJournal::decisionRecord(4)));
     }
 
+    void secondLoginTakesOverWhatTheFirstLeft()
+    {
+        // The second agent waits for the lock; meanwhile both hear X and Y, the first also W and
+        // the second also Z, and the second decides Y. Taking over, it restores only W.
+        auto *first = new CThreatJournal(m_dir);
+        CThreatJournal second(m_dir);
+        QVERIFY(second.waitsForLock() && !second.takeOver());
+        for (const char *name : {"X", "Y", "W"})
+            first->add({name, "", "/", false});
+        for (const char *name : {"X", "Y", "Z"})
+            second.add({name, "", "/", false});
+        second.remove({"Y", "", "/", false});
+        delete first;
+        QVERIFY(second.takeOver());
+        QCOMPARE(threatTexts(second.takeRestored()), QStringList{"W||/|0"});
+        QCOMPARE(threatTexts(CThreatJournal::parse(bytes(), bytes().size()).threats),
+                 (QStringList{"X||/|0", "W||/|0", "Z||/|0"}));
+    }
+
     void journalAsFoundAtStart_data()
     {
         // A shell command run beside the folder, the threats read then, and the first line said.
