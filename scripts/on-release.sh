@@ -8,10 +8,13 @@
 # minimal (--variant=apt): whatever the command needs, it installs itself (scripts/deps.sh), as a
 # newcomer on a new machine would. Everything runs in a mount and process namespace of its own,
 # so when the command ends, fails or is interrupted, no mount and no process of it is left; the
-# chroot is then removed. Exits with the command's status. Needs root (or sudo).
+# chroot is then removed. What the command writes to /out stays: that is the host's
+# build-on-RELEASE/ folder, e.g. for packages:
+#   scripts/on-release.sh trixie './scripts/package.sh && cp build/packages/*.deb /out/'
+# Exits with the command's status. Needs root (or sudo).
 set -eu
 top=$(cd "$(dirname "$0")/.." && pwd)
-[ $# -ge 2 ] || { sed -n '2,11p' "$0" | sed 's/^# \{0,1\}//' >&2; exit 2; }
+[ $# -ge 2 ] || { sed -n '2,14p' "$0" | sed 's/^# \{0,1\}//' >&2; exit 2; }
 release=$1
 shift
 command=$*
@@ -54,14 +57,16 @@ trap 'exit 143' TERM
 trap 'exit 129' HUP
 
 git clone --quiet --no-hardlinks "$top" "$work/vorn-virus-agent"
+out=$top/build-on-$release
+mkdir -p "$out"
 echo "== $release: a minimal chroot from ${archive%/} (mmdebstrap), then in a fresh clone: $command"
 started=$SECONDS
 # Inside: a private mount namespace (nothing mounted here is seen outside, and all of it goes with
 # the namespace) and a PID namespace whose first process is this shell: when it ends, the kernel
 # ends every process left in it. --kill-child ends that shell if unshare itself is stopped.
 unshare --mount --pid --fork --kill-child --propagation private -- /bin/bash -euc '
-    work=$1 release=$2 command=$3
-    shift 3
+    work=$1 release=$2 command=$3 out=$4
+    shift 4
     root=$work/root
     mount -t proc proc /proc
     mmdebstrap --quiet --mode=root --variant=apt --format=directory "$release" "$root" "$@"
@@ -72,10 +77,12 @@ unshare --mount --pid --fork --kill-child --propagation private -- /bin/bash -eu
     mount -t sysfs sysfs "$root/sys"
     mount -t tmpfs tmpfs "$root/tmp"
     mount -t tmpfs tmpfs "$root/run"
+    mkdir "$root/out"
+    mount --bind "$out" "$root/out"
     exec chroot "$root" /usr/bin/env -i HOME=/root PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin \
         TERM="${TERM:-dumb}" DEBIAN_FRONTEND=noninteractive \
         /bin/bash -c "cd /root/vorn-virus-agent && $command"
-' on-release "$work" "$release" "$command" "${sources[@]}" &
+' on-release "$work" "$release" "$command" "$out" "${sources[@]}" &
 namespace=$!
 status=0
 wait "$namespace" || status=$?
