@@ -3,6 +3,8 @@
 // whatever it was waiting for, a late risk-box service, a second login and a closed output pipe.
 #include "harness.h"
 
+#include <fcntl.h>
+
 // An agent that ends with the test that started it.
 struct Agent : QProcess
 {
@@ -219,8 +221,8 @@ private slots:
     {
         // Its standard output is a pipe whose reader has gone before the agent's first line.
         int pipeEnds[2];
-        QVERIFY(pipe(pipeEnds) == 0);
-        const int saved = dup(STDOUT_FILENO);
+        QVERIFY(pipe2(pipeEnds, O_CLOEXEC) == 0);
+        const int saved = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
         dup2(pipeEnds[1], STDOUT_FILENO);
         m_peers.daemon.control("ClearCalls");
         Agent agent;
