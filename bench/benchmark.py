@@ -1,11 +1,23 @@
 #!/usr/bin/env python3
-"""Measures vorn-virus-agent on the stand-ins: resident memory after start against a bare Qt
-process with the same two connections, CPU while idle, the latency from signal_sysPop to the box's
-"show" and from signalResult to the daemon call, the time a flood takes to be queued and journaled,
-the journal's bytes per undecided threat, and memory per queued threat in a flood.
+"""Measures vorn-virus-agent on the stand-ins, in one or more builds (Qt 6's and Qt 5's), and prints
+one table with the builds side by side and the targets:
 
-Run on a private bus: bench/run.sh does that. Prints a table and exits 0."""
+- resident memory after start, against a bare Qt Widgets + D-Bus process with the same two
+  connections (bench/baseline.cpp);
+- CPU while idle;
+- the latency from signal_sysPop to the notice's "show" and from signalResult to the daemon call,
+  for the agent and for the bare process making the same calls;
+- the time a flood takes to be queued and journaled, the journal's bytes per undecided threat, and
+  memory per queued threat.
 
+    benchmark.py LABEL=BUILD [LABEL=BUILD...]      e.g. "Qt 6.8.2=build-bench"
+
+Run on a private bus: bench/run.sh does that. Exits 0 when every figure meets its target.
+
+A new measurement is a function of a Run that stores figures in run.figures, listed in MEASUREMENTS
+(they run in that order, on each build in turn), and the rows that show them, listed in ROWS."""
+
+import glob
 import os
 import re
 import statistics
@@ -14,30 +26,37 @@ import sys
 import tempfile
 import time
 
-BUILD = sys.argv[1]
 IDLE_SECONDS = int(os.environ.get("VORN_BENCH_IDLE_SECONDS", "60"))
 ROUNDS = int(os.environ.get("VORN_BENCH_ROUNDS", "100"))
 FLOOD = 10000
-CLOCK_TICKS = os.sysconf("SC_CLK_TCK")
+FLOODS = 4
 
 
-def ctl(*args):
-    return subprocess.run([f"{BUILD}/standins/vorn-standin-ctl", *args], check=True, capture_output=True,
-                          text=True).stdout
-
-
-def rss_kib(pid):
+def rss_kib(pid, field="VmRSS"):
     with open(f"/proc/{pid}/status") as status:
         for line in status:
-            if line.startswith("VmRSS:"):
+            if line.startswith(field + ":"):
                 return int(line.split()[1])
-    raise RuntimeError(f"no VmRSS for {pid}")
+    raise RuntimeError(f"no {field} for {pid}")
 
 
-def cpu_ticks(pid):
-    with open(f"/proc/{pid}/stat") as stat:
-        fields = stat.read().rsplit(")", 1)[1].split()
-    return int(fields[11]) + int(fields[12])  # utime + stime
+def anonymous_kib(pid):
+    """Resident memory of the process's own data: without the pages of its libraries and code,
+    which a flood's first pass through a path brings in once."""
+    return rss_kib(pid, "RssAnon")
+
+
+def cpu_ns(pid):
+    """CPU time of all the process's threads, in nanoseconds (the scheduler's own count, finer than
+    the clock ticks of /proc/PID/stat)."""
+    total = 0
+    for path in glob.glob(f"/proc/{pid}/task/*/schedstat"):
+        try:
+            with open(path) as schedstat:
+                total += int(schedstat.read().split()[0])
+        except (FileNotFoundError, ProcessLookupError):
+            pass  # a thread that ended meanwhile
+    return total
 
 
 def wait_until(condition, seconds, what):
@@ -50,6 +69,11 @@ def wait_until(condition, seconds, what):
     raise RuntimeError(f"timed out waiting for {what}")
 
 
+def percentile(values, share):
+    ordered = sorted(values)
+    return ordered[min(len(ordered) - 1, int(round(share * (len(ordered) - 1))))]
+
+
 class Transcript:
     """A stand-in's timestamped output, read as it grows."""
 
@@ -58,6 +82,11 @@ class Transcript:
     def __init__(self, path):
         self.path = path
         self.seen = 0
+
+    def skip(self):
+        """Lines so far are not looked at again."""
+        with open(self.path, encoding="utf-8", errors="replace") as f:
+            self.seen = len(f.read().splitlines())
 
     def find(self, pattern):
         """The timestamp and match of the first new line matching pattern, or None."""
@@ -72,93 +101,214 @@ class Transcript:
         return None
 
 
-def percentile(values, share):
-    ordered = sorted(values)
-    return ordered[min(len(ordered) - 1, int(round(share * (len(ordered) - 1))))]
+class Run:
+    """One build under measurement: its stand-ins on the bus, the agent and the bare process when
+    started, their outputs, and the figures measured so far."""
+
+    def __init__(self, build, work):
+        self.build, self.work = build, work
+        self.figures = {}
+        self.processes = []
+        os.makedirs(f"{work}/state")
+        self.env = dict(os.environ, HALVO_LOG_FILE=f"{work}/events.jsonl", QT_QPA_PLATFORM="offscreen",
+                        XDG_STATE_HOME=f"{work}/state")
+        self.journal = f"{work}/state/vorn-defender/journal"
+        self.daemon_out, self.riskbox_out = f"{work}/daemon.out", f"{work}/riskbox.out"
+        self.start([f"{build}/standins/vorn-standin-daemon", "--timestamps"], self.daemon_out)
+        self.start([f"{build}/standins/vorn-standin-riskbox", "--headless", "--timestamps"], self.riskbox_out)
+        wait_until(lambda: subprocess.run([f"{build}/standins/vorn-standin-ctl", "riskbox", "boxes"], env=self.env,
+                                          capture_output=True).returncode == 0, 10, "the stand-ins")
+        self.daemon, self.riskbox = Transcript(self.daemon_out), Transcript(self.riskbox_out)
+
+    def start(self, command, output=os.devnull):
+        with open(output, "w") as out:
+            process = subprocess.Popen(command, env=self.env, stdout=out)
+        self.processes.append(process)
+        return process
+
+    def stop(self, process):
+        process.terminate()
+        process.wait(timeout=10)
+        self.processes.remove(process)
+
+    def close(self):
+        for process in list(self.processes):
+            self.stop(process)
+
+    def ctl(self, *args):
+        return subprocess.run([f"{self.build}/standins/vorn-standin-ctl", *args], env=self.env, check=True,
+                              capture_output=True, text=True).stdout
+
+    def rounds(self, count):
+        """count cleared-file notices answered Trust, then Confirm: the milliseconds from each
+        signal_sysPop to its notice's show, and from each confirmation's signalResult to the
+        add_trustFile call."""
+        to_show, to_call = [], []
+        self.daemon.skip()
+        self.riskbox.skip()
+        for n in range(count):
+            self.ctl("daemon", "emit", "signal_sysPop", f"/bench/file-{n}.exe")
+            emitted = wait_until(lambda: self.daemon.find(r"emitted signal_sysPop "), 10, "the emission")[0]
+            shown, box = wait_until(lambda: self.riskbox.find(r"box (\d+) shown"), 10, "the notice")
+            to_show.append((shown - emitted) * 1000)
+            self.ctl("riskbox", "result", box.group(1), "1")
+            confirm = wait_until(lambda: self.riskbox.find(r"box (\d+) shown"), 10, "the confirmation")[1].group(1)
+            self.ctl("riskbox", "result", confirm, "2")
+            answered = wait_until(lambda: self.riskbox.find(r"signalResult\(\d+, 2, .*sent on request"), 10,
+                                  "the answer")[0]
+            called = wait_until(lambda: self.daemon.find(r"call add_trustFile "), 10, "the daemon call")[0]
+            to_call.append((called - answered) * 1000)
+        return to_show, to_call
+
+
+# The measurements, in the order they run on each build. The bare process answers the same signals
+# as the agent, so the two never listen at the same time: it makes half its rounds before the agent
+# starts and half after it ends, so that other load on the machine, which drifts, weighs on both.
+
+def bare_process(run):
+    with open(f"{run.work}/baseline.out", "w"):
+        pass
+    baseline = run.start([f"{run.build}/bench/vorn-bench-baseline"], f"{run.work}/baseline.out")
+    wait_until(lambda: "ready" in open(f"{run.work}/baseline.out").read(), 20, "the bare process")
+    if "bare_rss" not in run.figures:
+        time.sleep(2)  # as long as the agent is given below after connecting
+        run.figures["bare_rss"] = rss_kib(baseline.pid)
+    show, call = run.rounds(ROUNDS // 2)
+    run.figures["bare_show"] = run.figures.get("bare_show", []) + show
+    run.figures["bare_call"] = run.figures.get("bare_call", []) + call
+    run.stop(baseline)
+
+
+def agent_start(run):
+    agent = run.start([f"{run.build}/app/vorn-virus-agent"])
+    run.figures["agent_pid"] = agent.pid
+    log = run.env["HALVO_LOG_FILE"]
+    wait_until(lambda: os.path.exists(log) and "all signal have been connected" in open(log).read(), 20,
+               "the agent")
+    time.sleep(2)
+    run.figures["agent_rss"] = rss_kib(agent.pid)
+
+
+def agent_idle(run):
+    pid = run.figures["agent_pid"]
+    before = cpu_ns(pid)
+    time.sleep(IDLE_SECONDS)
+    run.figures["idle_cpu"] = (cpu_ns(pid) - before) / 1e9 / IDLE_SECONDS * 100
+
+
+def agent_rounds(run):
+    run.figures["agent_show"], run.figures["agent_call"] = run.rounds(ROUNDS)
+
+
+def agent_floods(run):
+    """FLOODS floods of FLOOD threats each. The first also pays for one-off growth of the allocator's
+    arenas (the messages in flight), which glibc keeps; what each queued threat keeps is the growth
+    of the agent's own data over the floods after it, averaged, since the queue's containers grow by
+    doubling and so not evenly from flood to flood. Every threat is on disk before it is queued: a
+    flood is queued when the journal holds all of it."""
+    pid = run.figures["agent_pid"]
+    name, path = "Trojan.GenericKD.Bench-1234567", "/home/bench/Downloads/" + "x" * 34 + ".exe"
+    assert len(name) == 30 and len(path) == 60
+
+    def journaled():
+        with open(run.journal, "rb") as records:
+            return sum(1 for record in records if record.startswith(b"A "))
+
+    previous = [None]
+
+    def settled():
+        now = anonymous_kib(pid)
+        stable, previous[0] = now == previous[0], now
+        return stable
+
+    growth, queued, after_first = [], [], None
+    for n in range(FLOODS):
+        before, started = anonymous_kib(pid), time.monotonic()
+        run.ctl("daemon", "emit-many", str(FLOOD), "signal_showAuthDialog", name, "", path, "false")
+        wait_until(lambda: os.path.exists(run.journal) and journaled() == FLOOD * (n + 1) or time.sleep(0.05), 60,
+                   "the flood to be journaled")
+        queued.append(time.monotonic() - started)
+        wait_until(lambda: settled() or time.sleep(0.5), 60, "the flood to be queued")
+        growth.append((anonymous_kib(pid) - before) * 1024 / FLOOD)
+        after_first = after_first or anonymous_kib(pid)
+    run.figures["flood_seconds"], run.figures["flood_growth"] = queued, growth
+    run.figures["threat_bytes"] = (anonymous_kib(pid) - after_first) * 1024 / ((FLOODS - 1) * FLOOD)
+    run.figures["journal_bytes"] = os.path.getsize(run.journal) / (FLOODS * FLOOD)
+
+
+def agent_end(run):
+    run.stop(next(process for process in run.processes if process.pid == run.figures["agent_pid"]))
+
+
+MEASUREMENTS = [bare_process, agent_start, agent_idle, agent_rounds, agent_floods, agent_end, bare_process]
+
+
+def latency(values):
+    return f"{statistics.median(values):.2f} / {percentile(values, 0.95):.2f} ms"
+
+
+def ratio(f, agent, bare):
+    """The agent's figure over the bare process's; of latencies, their medians."""
+    typical = lambda value: statistics.median(value) if isinstance(value, list) else value
+    return typical(f[agent]) / typical(f[bare])
+
+
+# Rows of the table: a label, the figure as text, and the target with its check (None: no target).
+ROWS = [
+    ("resident memory after start: agent", lambda f: f"{f['agent_rss']} KiB", None),
+    ("  bare Qt Widgets + D-Bus process", lambda f: f"{f['bare_rss']} KiB", None),
+    ("  agent / bare", lambda f: f"{ratio(f, 'agent_rss', 'bare_rss'):.2f}",
+     ("at most 1.10", lambda f: ratio(f, "agent_rss", "bare_rss") <= 1.10)),
+    (f"CPU while idle, over {IDLE_SECONDS} s", lambda f: f"{f['idle_cpu']:.4f}% of a core",
+     ("under 0.05%", lambda f: f["idle_cpu"] < 0.05)),
+    ("notice: signal_sysPop -> show, p50 / p95", lambda f: latency(f["agent_show"]), None),
+    ("  bare QtDBus client, same calls", lambda f: latency(f["bare_show"]), None),
+    ("  agent / bare, p50", lambda f: f"{ratio(f, 'agent_show', 'bare_show'):.2f}",
+     ("at most 1.2", lambda f: ratio(f, "agent_show", "bare_show") <= 1.2)),
+    ("answer: signalResult -> daemon call", lambda f: latency(f["agent_call"]), None),
+    ("  bare QtDBus client, same call", lambda f: latency(f["bare_call"]), None),
+    ("  agent / bare, p50 (events written first)", lambda f: f"{ratio(f, 'agent_call', 'bare_call'):.2f}", None),
+    (f"flood of {FLOOD} queued and journaled, last / first",
+     lambda f: f"{f['flood_seconds'][-1]:.2f} / {f['flood_seconds'][0]:.2f} s", None),
+    ("journal on disk per undecided threat", lambda f: f"{f['journal_bytes']:.0f} bytes", None),
+    (f"memory per queued threat, floods 2-{FLOODS}", lambda f: f"{f['threat_bytes']:.0f} bytes",
+     ("at most 512 bytes", lambda f: f["threat_bytes"] <= 512)),
+    ("  growth in each flood", lambda f: " / ".join(f"{bytes:.0f}" for bytes in f["flood_growth"]), None),
+]
 
 
 def main():
-    work = tempfile.mkdtemp(prefix="vorn-bench.")
-    env = dict(os.environ, HALVO_LOG_FILE=f"{work}/events.jsonl", QT_QPA_PLATFORM="offscreen")
-    daemon_out, riskbox_out = f"{work}/daemon.out", f"{work}/riskbox.out"
-    processes = [
-        subprocess.Popen([f"{BUILD}/standins/vorn-standin-daemon", "--timestamps"], env=env,
-                         stdout=open(daemon_out, "w")),
-        subprocess.Popen([f"{BUILD}/standins/vorn-standin-riskbox", "--headless", "--timestamps"], env=env,
-                         stdout=open(riskbox_out, "w")),
-    ]
-    wait_until(lambda: subprocess.run([f"{BUILD}/standins/vorn-standin-ctl", "riskbox", "boxes"],
-                                      capture_output=True).returncode == 0, 10, "the stand-ins")
-    agent = subprocess.Popen([f"{BUILD}/app/vorn-virus-agent"], env=env, stdout=subprocess.DEVNULL)
-    baseline = subprocess.Popen([f"{BUILD}/bench/vorn-bench-baseline"], env=env)
-    processes += [agent, baseline]
-    try:
-        wait_until(lambda: os.path.exists(env["HALVO_LOG_FILE"]) and
-                   "all signal have been connected" in open(env["HALVO_LOG_FILE"]).read(), 20, "the agent")
-        time.sleep(2)
-        agent_rss, baseline_rss = rss_kib(agent.pid), rss_kib(baseline.pid)
-        print(f"resident memory after start        agent {agent_rss} KiB, bare Qt Widgets + D-Bus process "
-              f"{baseline_rss} KiB: {agent_rss / baseline_rss:.2f} times (target: at most 1.25)", flush=True)
+    builds = [argument.split("=", 1) for argument in sys.argv[1:]]
+    if not builds or any(len(build) != 2 for build in builds):
+        sys.exit(__doc__)
+    columns = {}
+    for label, build in builds:
+        work = tempfile.mkdtemp(prefix="vorn-bench.")
+        run = Run(build, work)
+        try:
+            for measure in MEASUREMENTS:
+                print(f"{label}: {measure.__name__.replace('_', ' ')}", file=sys.stderr, flush=True)
+                measure(run)
+        finally:
+            run.close()
+            subprocess.run(["rm", "-rf", work])
+        columns[label] = run.figures
 
-        before = cpu_ticks(agent.pid)
-        time.sleep(IDLE_SECONDS)
-        idle = (cpu_ticks(agent.pid) - before) / CLOCK_TICKS / IDLE_SECONDS * 100
-        print(f"CPU while idle                      {idle:.3f}% of one core over {IDLE_SECONDS} s (target: under 0.1%)",
-              flush=True)
-
-        daemon, riskbox = Transcript(daemon_out), Transcript(riskbox_out)
-        to_show, to_call = [], []
-        for n in range(ROUNDS):
-            ctl("daemon", "emit", "signal_sysPop", f"/bench/file-{n}.exe")
-            emitted = wait_until(lambda: daemon.find(r"emitted signal_sysPop "), 10, "the emission")[0]
-            shown, box = wait_until(lambda: riskbox.find(r"box (\d+) shown"), 10, "the quarantine notice")
-            to_show.append((shown - emitted) * 1000)
-            ctl("riskbox", "result", box.group(1), "1")
-            confirm = wait_until(lambda: riskbox.find(r"box (\d+) shown"), 10, "the confirmation")[1].group(1)
-            ctl("riskbox", "result", confirm, "2")
-            answered = wait_until(lambda: riskbox.find(r"signalResult\(\d+, 2, .*sent on request"), 10, "the answer")[0]
-            called = wait_until(lambda: daemon.find(r"call add_trustFile "), 10, "the daemon call")[0]
-            to_call.append((called - answered) * 1000)
-        for label, values in (("signal_sysPop -> show", to_show), ("signalResult -> daemon call", to_call)):
-            print(f"latency {label:<28}p50 {statistics.median(values):.2f} ms, p95 {percentile(values, 0.95):.2f} ms, "
-                  f"max {max(values):.2f} ms over {ROUNDS} rounds (target: p95 under 20 ms)", flush=True)
-
-        name, path = "Trojan.GenericKD.Bench-1234567", "/home/bench/Downloads/" + "x" * 34 + ".exe"
-        assert len(name) == 30 and len(path) == 60
-        def settled(previous=[None]):
-            now = rss_kib(agent.pid)
-            stable, previous[0] = now == previous[0], now
-            return stable
-
-        # Two floods: the first also pays for one-off growth of the allocator's arenas (the messages
-        # in flight), which glibc keeps; the second shows what each queued threat keeps.
-        # Every threat is on disk before it is queued: the time to queue is the time until the
-        # journal holds the whole flood.
-        journal = os.path.join(os.environ["XDG_STATE_HOME"], "vorn-defender", "journal")
-        def journaled():
-            with open(journal, "rb") as records:
-                return sum(1 for record in records if record.startswith(b"A "))
-        growth, queued = [], []
-        for n in range(2):
-            before, started = rss_kib(agent.pid), time.monotonic()
-            ctl("daemon", "emit-many", str(FLOOD), "signal_showAuthDialog", name, "", path, "false")
-            wait_until(lambda: journaled() == FLOOD * (n + 1) or time.sleep(0.05), 60, "the flood to be journaled")
-            queued.append(time.monotonic() - started)
-            wait_until(lambda: settled() or time.sleep(0.5), 60, "the flood to be queued")
-            growth.append((rss_kib(agent.pid) - before) * 1024 / FLOOD)
-        print(f"flood queued and journaled          {queued[1]:.2f} s for the second {FLOOD} threats, {queued[0]:.2f} s "
-              f"for the first; {os.path.getsize(journal) / (2 * FLOOD):.0f} bytes on disk per undecided threat",
-              flush=True)
-        print(f"memory per queued threat            {growth[1]:.0f} bytes in a second {FLOOD}-threat flood, "
-              f"{growth[0]:.0f} in the first (30-character name, 60-character path, empty detail; "
-              f"target: under 512)", flush=True)
-    finally:
-        for process in processes:
-            process.terminate()
-        for process in processes:
-            process.wait(timeout=10)
-        subprocess.run(["rm", "-rf", work])
-    return 0
+    width = max(len(row[0]) for row in ROWS)
+    cells = {label: [text(figures) for _, text, _ in ROWS] for label, figures in columns.items()}
+    widths = {label: max(len(label), *(len(cell) + 2 for cell in cells[label])) for label in columns}
+    print(f"{'':<{width}}  " + "  ".join(f"{label:<{widths[label]}}" for label in columns) + "  target")
+    missed = []
+    for index, (name, _, target) in enumerate(ROWS):
+        line = f"{name:<{width}}  "
+        for label, figures in columns.items():
+            met = target is None or target[1](figures)
+            if not met:
+                missed.append(f"{name.strip()} ({label})")
+            line += f"{cells[label][index] + ('' if met else ' !'):<{widths[label]}}  "
+        print((line + (target[0] if target else "")).rstrip())
+    print("targets: " + ("all met" if not missed else "missed: " + "; ".join(missed)))
+    return 1 if missed else 0
 
 
 if __name__ == "__main__":

@@ -1,14 +1,23 @@
 #!/bin/bash
-# The benchmark command: installs what is missing, builds (optimised, in build-bench/), and
-# measures the agent on the stand-ins on a private bus. Prints a table; takes about three minutes.
-# VORN_QT=6 measures the agent built with Qt 6 (in build-bench-qt6/).
+# The benchmark command: installs what is missing, builds the agent optimised with Qt 6 (the bench
+# preset, build-bench/) and with Qt 5 (bench-qt5, build-bench-qt5/), measures both on the stand-ins
+# on a private bus, one after the other, and prints one table with the two side by side and the
+# targets. Takes about five minutes; exits non-zero when a figure misses its target.
+#   bench/run.sh
 set -eu
 top=$(cd "$(dirname "$0")/.." && pwd)
-qt=${VORN_QT:-5}
-build=${VORN_BENCH_BUILD_DIR:-$top/build-bench$([ "$qt" = 5 ] || echo "-qt$qt")}
-"$top/scripts/deps.sh" build $([ "$qt" = 6 ] && echo qt6)
-cmake -S "$top" -B "$build" -DCMAKE_BUILD_TYPE=Release -DVORN_BUILD_TESTS=OFF -DVORN_QT_MAJOR="$qt" > /dev/null
-cmake --build "$build" -j "$(nproc)" > /dev/null
-qt_version=$(dpkg-query -W -f='${Version}' "$([ "$qt" = 6 ] && echo libqt6core6 || echo libqt5core5a)" | sed 's/[+~-].*//')
-echo "vorn-virus-agent benchmark on $(nproc) cores, $(uname -m), $(. /etc/os-release && echo "$PRETTY_NAME"), Qt $qt_version"
-exec "$top/tests/run-with-bus.sh" python3 "$top/bench/benchmark.py" "$build"
+"$top/scripts/deps.sh" bench
+cd "$top"
+columns=()
+for preset in bench bench-qt5; do
+    cmake --preset "$preset" > /dev/null
+    cmake --build --preset "$preset" -j 2 > /dev/null
+    package=$([ "$preset" = bench ] && echo libqt6core6t64 || echo libqt5core5t64)
+    # The run-time Qt as the release names it (Debian 13 renamed the libraries for 64-bit time).
+    version=$(dpkg-query -W -f='${Version}' "$package" 2> /dev/null ||
+        dpkg-query -W -f='${Version}' "${package%t64}$([ "$preset" = bench ] || echo a)")
+    columns+=("Qt ${version%%[+~-]*}=$top/build-$preset")
+done
+echo "vorn-virus-agent benchmark on $(nproc) cores, $(uname -m), $(. /etc/os-release && echo "$PRETTY_NAME")," \
+    "commit $(git -C "$top" rev-parse --short HEAD 2> /dev/null || echo unknown), $(date -u +%F)"
+exec "$top/tests/run-with-bus.sh" python3 "$top/bench/benchmark.py" "${columns[@]}"
