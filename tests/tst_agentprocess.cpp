@@ -150,10 +150,11 @@ private slots:
     {
         // Two threats left undecided by an agent without the risk-box service; the next one starts
         // without it too, and the service comes three seconds after it connected (the dialog thread
-        // ticks meanwhile): the two, then a threat announced after, are shown. Then a start while
-        // the service fails every create: the restored boxes fail without holding the queue, and
-        // follow the next box that can be shown.
+        // ticks meanwhile): the two, then a threat announced after, are shown, and no box failed.
+        // Then a start while the service fails every create: the restored boxes fail without
+        // holding the queue, and follow the next box that can be shown.
         QDir(m_folder).removeRecursively();
+        m_peers.log.clear();
         m_peers.riskbox.stop();
         Agent agent;
         QVERIFY(started(agent, "restored 0"));
@@ -166,6 +167,7 @@ private slots:
         QVERIFY(m_peers.riskbox.start());
         announce("N");
         QTRY_COMPARE_WITH_TIMEOUT(shown(), (QStringList{"R0", "R1", "N"}), 15000);
+        QCOMPARE(m_peers.log.summary().filter("reConnectionDBus failed"), QStringList());
         agent.kill();
         agent.waitForFinished();
         m_peers.reset();
