@@ -39,9 +39,12 @@ root=$work/root
 namespace=
 cleanup() {
     trap - EXIT INT TERM HUP
+    # unshare holds TERM and INT back while it waits for the namespace's first process, and that
+    # process, the PID namespace's init, takes from outside only KILL: ending it ends every process
+    # in the namespace, and then unshare.
     if [ -n "$namespace" ]; then
-        kill -TERM "$namespace" 2>/dev/null
-        wait "$namespace" 2>/dev/null
+        for init in $(ps -o pid= --ppid "$namespace"); do kill -KILL "$init" 2> /dev/null || true; done
+        wait "$namespace" 2> /dev/null || true
     fi
     # The mounts lived in the namespace and ended with it; should one be seen here all the same,
     # the chroot is left alone rather than removed through it.
