@@ -15,6 +15,12 @@ export HALVO_LOG_FILE=$work/events.jsonl
 if [ -z "${LOCPATH:-}" ] && [ -n "$(locale 2>&1 > /dev/null)" ] && [ -d "$build/locale" ]; then
     export LOCPATH=$build/locale
 fi
+# In a locale that is not UTF-8 (the bare C of a container or chroot) Qt 6 warns on standard error
+# and switches to C.UTF-8, where Qt 5 switches silently: the scene starts in C.UTF-8, so that both
+# print the same transcript.
+if [ "$(locale charmap 2> /dev/null)" != UTF-8 ]; then
+    export LC_ALL=C.UTF-8
+fi
 
 say() { printf '\n== %s\n' "$*"; }
 fail() { transcript; printf '\nDEMO FAILED: %s\n' "$*"; exit 1; }
