@@ -10,6 +10,10 @@
 #include <QScreen>
 #include <QTextDocument>
 
+// What ends the dialog, a daemon fault -> events, daemon calls, message box.
+using WayOut = std::tuple<QString, QString, QStringList, QStringList, QString>;
+Q_DECLARE_METATYPE(WayOut)
+
 class TestAuthDialog : public QObject
 {
     Q_OBJECT
@@ -113,7 +117,7 @@ private slots:
         QTRY_VERIFY(dialog.isNull());
     }
 
-    void waysOut()
+    void waysOut_data()
     {
         const QString quarantine = R"(add_quarantineFile a(ss) [[["/h/way","EICAR"]]])",
                       trust = R"(add_trustFile as [["/h/way"]])";
@@ -121,49 +125,50 @@ private slots:
         // alone), a daemon fault -> events, daemon calls, message box. The countdown left alone comes
         // last: the timers the dialogs before it abandoned (never freed) tick meanwhile, and no tick
         // of theirs may reach anything.
+        QTest::addColumn<WayOut>("row");
         // clang-format off
-        const QList<std::tuple<QString, QString, QStringList, QStringList, QString>> rows{
-            {"m_pNoDealBtn", "", {"ok:CAuthDialog: Click not to process"}, {}, ""},
-            {"m_pDealBtn", "", {"ok:CAuthDialog: Click deal right now", "$1,0", "$1,0"}, {quarantine}, ""},
-            {"m_pDealBtn", "d:add_quarantineFile=1", {"ok:CAuthDialog: Click deal right now", "$0,1", "$0,1"}, {quarantine}, ""},
-            {"pTrustBtn", "", {"ok:CAuthDialog: Click trust", "+/h/way Successfully", "+/h/way Successfully"}, {trust}, ""},
-            {"pTrustBtn", "d:add_trustFile=1", {"ok:CAuthDialog: Click trust", "+/h/way failed", "+/h/way failed"}, {trust}, "Failed to add to trust zone"},
-            {"close", "", {}, {}, ""},
-            {"ticks", "", {"ok:CAuthDialog: countdown completed (5S)", "$1,0", "$1,0"}, {quarantine}, ""},
-            {"alone", "", {"ok:CAuthDialog: countdown completed (5S)", "$1,0", "$1,0"}, {quarantine}, ""}};
+        QTest::newRow("not now") << WayOut{"m_pNoDealBtn", "", {"ok:CAuthDialog: Click not to process"}, {}, ""};
+        QTest::newRow("deal") << WayOut{"m_pDealBtn", "", {"ok:CAuthDialog: Click deal right now", "$1,0", "$1,0"}, {quarantine}, ""};
+        QTest::newRow("deal returns 1") << WayOut{"m_pDealBtn", "d:add_quarantineFile=1", {"ok:CAuthDialog: Click deal right now", "$0,1", "$0,1"}, {quarantine}, ""};
+        QTest::newRow("trust") << WayOut{"pTrustBtn", "", {"ok:CAuthDialog: Click trust", "+/h/way Successfully", "+/h/way Successfully"}, {trust}, ""};
+        QTest::newRow("trust refused") << WayOut{"pTrustBtn", "d:add_trustFile=1", {"ok:CAuthDialog: Click trust", "+/h/way failed", "+/h/way failed"}, {trust}, "Failed to add to trust zone"};
+        QTest::newRow("window closed") << WayOut{"close", "", {}, {}, ""};
+        QTest::newRow("five ticks") << WayOut{"ticks", "", {"ok:CAuthDialog: countdown completed (5S)", "$1,0", "$1,0"}, {quarantine}, ""};
+        QTest::newRow("countdown alone") << WayOut{"alone", "", {"ok:CAuthDialog: countdown completed (5S)", "$1,0", "$1,0"}, {quarantine}, ""};
         // clang-format on
-        int row = 0;
-        for (const auto &[action, fault, expectedEvents, expectedCalls, modal] : rows) {
-            // A path of its own: the stand-in daemon refuses to quarantine a file twice.
-            const QString path = QStringLiteral("/h/way%1").arg(++row);
-            QStringList events;
-            for (const QString &event : expectedEvents)
-                events << expand(QString(event).replace("/h/way", path));
-            m_test.reset();
-            m_test.fault(fault);
-            QElapsedTimer clock;
-            clock.start();
-            QPointer<CAuthDialog> dialog = open("EICAR", path);
-            ModalCloser closer;
-            QStringList shown{part(dialog, "m_pDealBtn")->text()};
-            for (int tick = 0; action == "ticks" && tick < 5; ++tick) {
-                dialog->onTimeOut();
-                shown << part(dialog, "m_pDealBtn")->text().mid(20);
-            }
-            if (action == "ticks")
-                QCOMPARE(shown.join(' '), QStringLiteral("Immediate processing(5) (4) (3) (2) (1) (0)"));
-            else if (action == "close")
-                dialog->close();
-            else if (action != "alone")
-                part(dialog, action)->click();
-            QTRY_VERIFY_WITH_TIMEOUT(dialog.isNull(), 30000);
-            // Five ticks of a coarse timer, which Qt may fire up to 5% early.
-            QVERIFY(action != "alone" || clock.elapsed() >= 4750);
-            QVERIFY2(m_test.log.summary() == events,
-                     qPrintable(action + ": " + m_test.log.summary().join('\n')));
-            QCOMPARE(m_test.daemon.calls(), QStringList(expectedCalls).replaceInStrings("/h/way", path));
-            QCOMPARE(closer.seen.value(0).value(4), modal);
+    }
+    void waysOut()
+    {
+        QFETCH(WayOut, row);
+        const auto &[action, fault, expectedEvents, expectedCalls, modal] = row;
+        // A path of its own: the stand-in daemon refuses to quarantine a file twice.
+        static int rows = 0;
+        const QString path = QStringLiteral("/h/way%1").arg(++rows);
+        QStringList events;
+        for (const QString &event : expectedEvents)
+            events << expand(QString(event).replace("/h/way", path));
+        m_test.fault(fault);
+        QElapsedTimer clock;
+        clock.start();
+        QPointer<CAuthDialog> dialog = open("EICAR", path);
+        ModalCloser closer;
+        QStringList shown{part(dialog, "m_pDealBtn")->text()};
+        for (int tick = 0; action == "ticks" && tick < 5; ++tick) {
+            dialog->onTimeOut();
+            shown << part(dialog, "m_pDealBtn")->text().mid(20);
         }
+        if (action == "ticks")
+            QCOMPARE(shown.join(' '), QStringLiteral("Immediate processing(5) (4) (3) (2) (1) (0)"));
+        else if (action == "close")
+            dialog->close();
+        else if (action != "alone")
+            part(dialog, action)->click();
+        QTRY_VERIFY_WITH_TIMEOUT(dialog.isNull(), 30000);
+        // Five ticks of a coarse timer, which Qt may fire up to 5% early.
+        QVERIFY(action != "alone" || clock.elapsed() >= 4750);
+        QVERIFY2(m_test.log.summary() == events, qPrintable(action + ": " + m_test.log.summary().join('\n')));
+        QCOMPARE(m_test.daemon.calls(), QStringList(expectedCalls).replaceInStrings("/h/way", path));
+        QCOMPARE(closer.seen.value(0).value(4), modal);
     }
 };
 

@@ -30,6 +30,11 @@ struct Answer
 } // namespace
 
 Q_DECLARE_METATYPE(Answer)
+// A box's kind, the fault -> the builder's result, what it prints.
+using Failure = std::tuple<int, const char *, int, QString>;
+Q_DECLARE_METATYPE(Failure)
+using Operation = std::tuple<const char *, std::function<int()>, int, QStringList, QString>;
+Q_DECLARE_METATYPE(Operation)
 
 class TestBridge : public QObject
 {
@@ -87,37 +92,39 @@ private slots:
         }
     }
 
-    void failureAtEachStep()
+    void failureAtEachStep_data()
     {
         // The box kind, the fault -> the builder's result, what it prints ({id}: the box created).
+        QTest::addColumn<Failure>("row");
         const QString failed = "method:%1  调用失败：response.type():3 \n";
         // clang-format off
-        const QList<std::tuple<int, const char *, int, QString>> rows{
-            {0, "r:create=-1", -1, "slot_sysPop file:/f\ncreate_secRiskBox iId: -1\n"},
-            {3, "r:create=-7", -7, "create_secRiskBox iId: -7\n"},
-            {1, "r:create!", -1, "show_selectVirusBoxNotify strVirusName: /f\n" + failed.arg("create") + "create_secRiskBox iId: -1\n"},
-            {2, "r:addButton!", -1, "show_retryVirusBoxNotify strVirusName: /f\n" + failed.arg("addButton") + "add_secRiskBoxAction iId:{id} iRet: -1\n"},
-            {0, "r:setNotifyFold!", -1, "slot_sysPop file:/f\n" + failed.arg("setNotifyFold") + "set_secRiskBoxFold iId:{id} iRet: -1\n"},
-            {3, "r:setTimeout!", -1, failed.arg("setTimeout") + "set_secRiskBoxTimeout iId:{id} iRet: -1\n"},
-            {3, "r:show!", -1, failed.arg("show") + "show_secRiskBox iId:{id}  iRet: -1\n"},
-            {3, "r:create?", -1, "create_secRiskBox iId: -1\n"}, // a reply without an id
-            {3, "r:create=0 r:addContent!", -1, failed.arg("addContent") + "create_secRiskBox iId: -1\n"}, // box 0 gets its lines
-            {3, "r:addContent!1", -1, failed.arg("addContent") + "create_secRiskBox iId: -1\n"}}; // the first failed line ends the box
+        QTest::newRow("cleared create -1") << Failure{0, "r:create=-1", -1, "slot_sysPop file:/f\ncreate_secRiskBox iId: -1\n"};
+        QTest::newRow("threat create -7") << Failure{3, "r:create=-7", -7, "create_secRiskBox iId: -7\n"};
+        QTest::newRow("confirm create error") << Failure{1, "r:create!", -1, "show_selectVirusBoxNotify strVirusName: /f\n" + failed.arg("create") + "create_secRiskBox iId: -1\n"};
+        QTest::newRow("retry addButton error") << Failure{2, "r:addButton!", -1, "show_retryVirusBoxNotify strVirusName: /f\n" + failed.arg("addButton") + "add_secRiskBoxAction iId:{id} iRet: -1\n"};
+        QTest::newRow("cleared fold error") << Failure{0, "r:setNotifyFold!", -1, "slot_sysPop file:/f\n" + failed.arg("setNotifyFold") + "set_secRiskBoxFold iId:{id} iRet: -1\n"};
+        QTest::newRow("threat timeout error") << Failure{3, "r:setTimeout!", -1, failed.arg("setTimeout") + "set_secRiskBoxTimeout iId:{id} iRet: -1\n"};
+        QTest::newRow("threat show error") << Failure{3, "r:show!", -1, failed.arg("show") + "show_secRiskBox iId:{id}  iRet: -1\n"};
+        QTest::newRow("create without an id") << Failure{3, "r:create?", -1, "create_secRiskBox iId: -1\n"};
+        QTest::newRow("box 0 gets its lines") << Failure{3, "r:create=0 r:addContent!", -1, failed.arg("addContent") + "create_secRiskBox iId: -1\n"};
+        QTest::newRow("a failed line ends the box") << Failure{3, "r:addContent!1", -1, failed.arg("addContent") + "create_secRiskBox iId: -1\n"};
         // clang-format on
-        for (const auto &[kind, fault, result, printed] : rows) {
-            m_test.reset();
-            const auto before = m_test.bridge->pendingBoxes().keys();
-            const int boxes = m_test.boxes().size();
-            m_test.fault(fault);
-            StdoutCapture out;
-            QCOMPARE(m_test.raise(kind, "/f"), result);
-            const int id = m_test.boxes().size() > boxes ? m_test.lastId() : -1;
-            QCOMPARE(out.text(), QString(printed).replace("{id}", QString::number(id)));
-            // A failed box is not remembered, and nothing of it reaches the security log (kind 1
-            // logs its request first).
-            QCOMPARE(m_test.bridge->pendingBoxes().keys(), before);
-            QCOMPARE(m_test.log.summary().size(), kind == 1 ? 1 : 0);
-        }
+    }
+    void failureAtEachStep()
+    {
+        QFETCH(Failure, row);
+        const auto &[kind, fault, result, printed] = row;
+        const auto before = m_test.bridge->pendingBoxes().keys();
+        const int boxes = m_test.boxes().size();
+        m_test.fault(fault);
+        StdoutCapture out;
+        QCOMPARE(m_test.raise(kind, "/f"), result);
+        const int id = m_test.boxes().size() > boxes ? m_test.lastId() : -1;
+        QCOMPARE(out.text(), QString(printed).replace("{id}", QString::number(id)));
+        // A failed box is not remembered, and nothing of it reaches the security log (kind 1
+        // logs its request first).
+        QCOMPARE(m_test.bridge->pendingBoxes().keys(), before);
+        QCOMPARE(m_test.log.summary().size(), kind == 1 ? 1 : 0);
     }
 
     void answers_data()
@@ -186,44 +193,46 @@ private slots:
                      .arg(row.calls, events.join('\n')));
     }
 
-    void operations()
+    void operations_data()
     {
         // The operations the answers reach, on their own and as the answers call them: for one file
         // (nothing in the agent reaches the bridge's other daemon operations).
-        CVirusDbusMiddle *b = m_test.bridge;
+        // fault, operation -> its result, the events (shorthands of harness.h), the message box.
+        QTest::addColumn<Operation>("row");
         const QString some = "msgFail:Failed to add some files to the trust zone",
                       all = "msg:Failed to add to trust zone";
-        // fault, operation -> its result, the events (shorthands of harness.h), the message box.
+        BridgeTest *t = &m_test;
         // clang-format off
-        const QList<std::tuple<const char *, std::function<int()>, int, QStringList, QString>> table{
-            {"", [&] { m_test.answer(-7, 0); m_test.settle(); return 0; }, 0, {"!slot_ResultSignal  virusMap is err! id:-7 state:0"}, ""}, // a box never raised
-            {"d:add_trustFile!", [&] { return b->addTrustFiles({"/t/a"}); }, 0, {"+/t/a Successfully"}, ""}, // a failed call reads as success
-            {"d:add_trustFile=-1", [&] { return b->addTrustFiles({"/t/a"}); }, -1, {"+/t/a failed"}, some},
-            {"d:add_trustFile=2", [&] { return b->addTrustFiles({"/t/a"}); }, -1, {"+/t/a failed"}, some},
-            {"d:add_trustFile=1", [&] { return b->addTrustFiles({"/t/a"}); }, -1, {"+/t/a failed"}, all},
-            {"d:add_quarantineFile!", [&] { return b->dealThreats({{"/q/4", "V"}}); }, 0, {"$1,0"}, ""}}; // a failed call reads as 0
+        QTest::newRow("a box never raised") << Operation{"", [t] { t->answer(-7, 0); t->settle(); return 0; }, 0, {"!slot_ResultSignal  virusMap is err! id:-7 state:0"}, ""};
+        QTest::newRow("failed trust call reads as success") << Operation{"d:add_trustFile!", [t] { return t->bridge->addTrustFiles({"/t/a"}); }, 0, {"+/t/a Successfully"}, ""};
+        QTest::newRow("trust -1 of one file") << Operation{"d:add_trustFile=-1", [t] { return t->bridge->addTrustFiles({"/t/a"}); }, -1, {"+/t/a failed"}, some};
+        QTest::newRow("trust 2 of one file") << Operation{"d:add_trustFile=2", [t] { return t->bridge->addTrustFiles({"/t/a"}); }, -1, {"+/t/a failed"}, some};
+        QTest::newRow("trust 1 of one file") << Operation{"d:add_trustFile=1", [t] { return t->bridge->addTrustFiles({"/t/a"}); }, -1, {"+/t/a failed"}, all};
+        QTest::newRow("failed quarantine call reads as 0") << Operation{"d:add_quarantineFile!", [t] { return t->bridge->dealThreats({{"/q/4", "V"}}); }, 0, {"$1,0"}, ""};
         // clang-format on
+    }
+    void operations()
+    {
+        QFETCH(Operation, row);
+        const auto &[fault, operation, result, expectedEvents, box] = row;
         const QString program = QFileInfo(QCoreApplication::arguments().first()).fileName();
-        for (const auto &[fault, operation, result, expectedEvents, box] : table) {
-            m_test.reset();
-            m_test.fault(fault);
-            ModalCloser closer;
-            QCOMPARE(operation(), result);
-            QStringList events;
-            for (const QString &event : expectedEvents)
-                events << expand(event);
-            QCOMPARE(m_test.log.summary(), events);
-            const QString object = box.section(':', 0, 0),
-                          name = program + "_CVirusDbusMiddle_QMessageBox_" + object + "_vorn-virus-scan",
-                          description = "[" + object + "] is [QMessageBox] type in process:[" + program + "]";
-            QCOMPARE(closer.seen.size(), box.isEmpty() ? 0 : 1);
-            QCOMPARE(closer.seen.value(0).join('|'), box.isEmpty()
-                                                         ? ""
-                                                         : QStringLiteral("%1|%1|%2||%3|%4|Confirm/%5|stays")
-                                                               .arg(name, description, box.section(':', 1))
-                                                               .arg(QMessageBox::Critical)
-                                                               .arg(QMessageBox::YesRole));
-        }
+        m_test.fault(fault);
+        ModalCloser closer;
+        QCOMPARE(operation(), result);
+        QStringList events;
+        for (const QString &event : expectedEvents)
+            events << expand(event);
+        QCOMPARE(m_test.log.summary(), events);
+        const QString object = box.section(':', 0, 0),
+                      name = program + "_CVirusDbusMiddle_QMessageBox_" + object + "_vorn-virus-scan",
+                      description = "[" + object + "] is [QMessageBox] type in process:[" + program + "]";
+        QCOMPARE(closer.seen.size(), box.isEmpty() ? 0 : 1);
+        QCOMPARE(closer.seen.value(0).join('|'), box.isEmpty()
+                                                     ? ""
+                                                     : QStringLiteral("%1|%1|%2||%3|%4|Confirm/%5|stays")
+                                                           .arg(name, description, box.section(':', 1))
+                                                           .arg(QMessageBox::Critical)
+                                                           .arg(QMessageBox::YesRole));
     }
 
     // Last: takes the risk-box service away and brings it back.
