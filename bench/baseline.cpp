@@ -32,13 +32,12 @@ class Relay : public QObject
 public:
     Relay(const QDBusConnection &shared, const QDBusConnection &privateConnection)
         : m_shared(shared), m_private(privateConnection)
-    {
-    }
+    {}
 
     bool listen()
     {
-        return m_shared.connect(kDaemonService, kDaemonPath, kDaemonInterface, QStringLiteral("signal_sysPop"),
-                                this, SLOT(sysPop(QString))) &&
+        return m_shared.connect(kDaemonService, kDaemonPath, kDaemonInterface,
+                                QStringLiteral("signal_sysPop"), this, SLOT(sysPop(QString))) &&
                m_private.connect(kRiskBoxService, kRiskBoxPath, kRiskBoxInterface,
                                  QStringLiteral("signalResult"), this, SLOT(result(int, int, QString)));
     }
@@ -47,10 +46,11 @@ public slots:
     void sysPop(const QString &file)
     {
         // The agent's texts, so that the messages are as long as its own.
-        const int id = showBox({QStringLiteral("The virus has been cleared and backed up to the quarantine area"),
-                                QStringLiteral("Virus name:% 1, click to view details")},
-                               {QStringLiteral("vorn-defender --virus-protect"), QStringLiteral("default"),
-                                QStringLiteral("Trust"), QString()});
+        const int id =
+            showBox({QStringLiteral("The virus has been cleared and backed up to the quarantine area"),
+                     QStringLiteral("Virus name:% 1, click to view details")},
+                    {QStringLiteral("vorn-defender --virus-protect"), QStringLiteral("default"),
+                     QStringLiteral("Trust"), QString()});
         if (id >= 0)
             m_notices.insert(id, file);
     }
@@ -65,15 +65,16 @@ public slots:
                 showBox({QStringLiteral("Are you sure to move to the trust zone?"),
                          QStringLiteral("Virus name:% 1, click to view details")},
                         {QStringLiteral("vorn-defender --virus-protect"), QStringLiteral("default"),
-                         QStringLiteral("Cancel"), QStringLiteral("1"), QStringLiteral("Confirm"), QStringLiteral("2")});
+                         QStringLiteral("Cancel"), QStringLiteral("1"), QStringLiteral("Confirm"),
+                         QStringLiteral("2")});
             if (confirmation >= 0)
                 m_confirmations.insert(confirmation, file);
         } else if (m_confirmations.contains(id)) {
             const QString file = m_confirmations.take(id);
             if (state != 2)
                 return;
-            QDBusMessage call =
-                QDBusMessage::createMethodCall(kDaemonService, kDaemonPath, kDaemonInterface, QStringLiteral("add_trustFile"));
+            QDBusMessage call = QDBusMessage::createMethodCall(kDaemonService, kDaemonPath, kDaemonInterface,
+                                                               QStringLiteral("add_trustFile"));
             call.setArguments({QStringList{file}});
             m_shared.call(call);
         }
@@ -82,7 +83,8 @@ public slots:
 private:
     QVariant riskBox(const QString &method, const QVariantList &arguments)
     {
-        QDBusMessage call = QDBusMessage::createMethodCall(kRiskBoxService, kRiskBoxPath, kRiskBoxInterface, method);
+        QDBusMessage call =
+            QDBusMessage::createMethodCall(kRiskBoxService, kRiskBoxPath, kRiskBoxInterface, method);
         call.setArguments(arguments);
         return m_private.call(call).arguments().value(0);
     }

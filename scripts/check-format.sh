@@ -15,6 +15,7 @@ cd "$top"
 fix=0
 [ "${1:-}" = --fix ] && { fix=1; shift; }
 want=14
+"$top/scripts/deps.sh" format
 format=
 for candidate in clang-format-$want clang-format; do
     if command -v "$candidate" > /dev/null &&

@@ -31,4 +31,16 @@ cmake --preset "$preset" -B "$build" > "$build.configure.log" 2>&1 || { cat "$bu
 rm -f "$build.configure.log"
 cmake --build "$build" -j "$(nproc)" --target vorn-virus-agent vorn-standin-daemon vorn-standin-riskbox \
     vorn-standin-ctl translations > /dev/null
-VORN_DEMO_AUTO=$auto VORN_BUILD_DIR=$build exec "$top/tests/run-with-bus.sh" "$top/scripts/demo-scene.sh"
+scene=(env VORN_DEMO_AUTO=$auto VORN_BUILD_DIR="$build" "$top/tests/run-with-bus.sh" "$top/scripts/demo-scene.sh")
+# The agent reads its catalogues from /usr/share/locale, nowhere else. On a machine without them
+# (the package not installed), the scene runs as root in a mount namespace of its own in which the
+# build's catalogues stand there, so it plays in the session's language all the same; nothing on
+# the machine changes, and the namespace ends with the scene.
+if ! ls /usr/share/locale/*/LC_MESSAGES/vorn-defender.mo > /dev/null 2>&1; then
+    if [ "$(id -u)" -eq 0 ] && unshare --mount true 2> /dev/null; then
+        exec unshare --mount sh -c 'mount --bind "$0" /usr/share/locale && exec "$@"' "$build/locale" "${scene[@]}"
+    fi
+    echo "== The agent's catalogues are not installed: the boxes are in English (install the package," \
+        "or run the demo as root)"
+fi
+exec "${scene[@]}"

@@ -1,7 +1,7 @@
 #!/bin/bash
 # Installs the Debian packages the project needs, only those that are missing, on Debian 12
 # (bookworm) and Debian 13 (trixie) alike.
-#   deps.sh [build|qt5|package|screenshots|reproducible|fuzz|bench|release]...   (build is always included)
+#   deps.sh [build|qt5|package|screenshots|reproducible|fuzz|bench|release|format]...   (build is always included)
 #     build         compilers, CMake, Qt 6, D-Bus, gettext, the locale sources, the tests' X tools
 #     qt5           Qt 5.15, for the Qt 5 builds (VORN_QT=5)
 #     package       what dpkg-buildpackage and lintian need
@@ -10,6 +10,7 @@
 #     bench         Python and both Qts, for bench/run.sh
 #     screenshots   a CJK font
 #     release       mmdebstrap, for scripts/on-release.sh
+#     format        clang-format, for scripts/check-format.sh
 # Packages are named as every release names them. Where a name carries a version (libFuzzer, the
 # sanitizer runtimes), the version is read from the release's own clang package, not from a list
 # here that would age with the next release.
@@ -29,6 +30,7 @@ for extra in "$@"; do
         bench) packages+=(python3 qtbase5-dev qtbase5-dev-tools) ;;
         screenshots) packages+=(fonts-noto-cjk) ;;
         release) packages+=(mmdebstrap) ;;
+        format) packages+=(clang-format) ;;
         *) echo "deps.sh: unknown group '$extra'" >&2; exit 2 ;;
     esac
 done

@@ -8,7 +8,6 @@
 #include "serveonbus.h"
 #include "transcript.h"
 
-
 namespace {
 
 const char kDescription[] = R"(Stand-in for the virus-scan daemon, for development and tests.
