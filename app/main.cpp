@@ -11,12 +11,13 @@
 
 int main(int argc, char *argv[])
 {
+    // An output pipe whose reader has gone (a session's logger that ended) costs the lines written
+    // to it, never the agent; Qt may write to standard error as it starts.
+    std::signal(SIGPIPE, SIG_IGN);
     // Qt's own options are honoured; the agent has none of its own.
     QApplication app(argc, argv);
-    // Developer lines reach a pipe or journal as they happen, and a pipe whose reader has gone
-    // (a session's logger that ended) costs them, never the agent.
+    // Developer lines reach a pipe or journal as they happen.
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
-    std::signal(SIGPIPE, SIG_IGN);
 
     // Deliberate: nothing is connected, translated or named before the session has settled.
     sleep(5);

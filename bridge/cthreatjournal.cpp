@@ -17,6 +17,9 @@ namespace {
 
 // A journal is read, and compacted, this many bytes at a time (a longer record in one piece).
 const int kPiece = 8 * 1024 * 1024;
+// No record the agent writes comes near this: the daemon's messages are far smaller. A longer one
+// is not valid, so that reading a file without line breaks stops instead of holding all of it.
+const int kMaxRecord = 256 * 1024 * 1024;
 // Decided records are compacted away once they outweigh the undecided ones and this much besides.
 const qint64 kCompactSlack = 64 * 1024;
 
@@ -118,13 +121,18 @@ public:
     {
         int used = 0;
         while (!m_stopped && m_offset < m_fileSize) {
-            const int end = data.indexOf('\n', used);
+            // The bytes an earlier piece left over hold no line break: the search goes on after them.
+            const int end = data.indexOf('\n', used == 0 ? m_searched : used);
             if (end < 0) {
                 const qint64 rest = data.size() - used;
                 if (m_offset + rest == m_fileSize) {
                     m_contents.problem = QStringLiteral("skipped a torn last record of %1 bytes").arg(rest);
                     m_stopped = true;
+                } else if (rest > kMaxRecord) {
+                    notValid();
+                    m_stopped = m_tooLong = true;
                 }
+                m_searched = int(rest);
                 break;
             }
             if (!readRecord(data.mid(used, end - used + 1))) {
@@ -138,6 +146,7 @@ public:
     }
     qint64 offset() const { return m_offset; }
     bool done() const { return m_stopped || m_offset >= m_fileSize; }
+    bool tooLong() const { return m_tooLong; }
     // What the records read hold; bytes never read count as a record that is not valid.
     Contents finish()
     {
@@ -199,7 +208,9 @@ private:
     std::vector<bool> m_decided;
     qint64 m_fileSize = 0;
     qint64 m_offset = 0;
+    int m_searched = 0;
     bool m_stopped = false;
+    bool m_tooLong = false;
 };
 
 CThreatJournal::CThreatJournal(const QString &directory)
@@ -319,6 +330,9 @@ void CThreatJournal::read()
         unread.remove(0, reader.feed(unread));
     }
     Contents contents = reader.finish();
+    // A file no agent wrote is not compacted either: nothing beyond what was read is destroyed.
+    if (reader.tooLong())
+        return stopKeeping(contents.problem + QStringLiteral("; the journal is left as it is"));
     if (!contents.problem.isEmpty())
         say(contents.problem);
     m_records = std::move(contents.records);
@@ -428,23 +442,26 @@ bool CThreatJournal::takeOver()
         return false;
     // The other agent saw the same announcements: what this one decided meanwhile is forgotten,
     // what it took is not restored a second time, and what it took that is not here is added.
-    SVirusInfoList taken = std::exchange(m_taken, SVirusInfoList());
+    QHash<QByteArray, int> taken;
+    for (const SVirusInfo &info : m_taken)
+        ++taken[identity(info)];
+    QHash<QByteArray, int> adopted;
     SVirusInfoList restored;
     std::vector<Record> undecided;
     for (size_t i = 0; i < m_records.size(); ++i) {
         const SVirusInfo &info = m_restored.at(int(i));
         const QByteArray what = identity(info);
-        const auto mine = std::find_if(taken.begin(), taken.end(),
-                                       [&what](const SVirusInfo &t) { return identity(t) == what; });
         if (m_decided.value(what) > 0) {
             --m_decided[what];
             m_liveBytes -= m_records[i].length;
             continue;
         }
-        if (mine != taken.end())
-            taken.erase(mine);
-        else
+        if (taken.value(what) > 0) {
+            --taken[what];
+            ++adopted[what];
+        } else {
             restored << info;
+        }
         undecided.push_back(m_records[i]);
     }
     m_records = std::move(undecided);
@@ -454,8 +471,9 @@ bool CThreatJournal::takeOver()
             .arg(m_restored.size())
             .arg(m_path));
     compact();
-    for (const SVirusInfo &info : taken)
-        add(info);
+    for (const SVirusInfo &info : std::exchange(m_taken, SVirusInfoList()))
+        if (adopted[identity(info)]-- <= 0)
+            add(info);
     return isKept();
 }
 

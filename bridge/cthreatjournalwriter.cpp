@@ -37,18 +37,30 @@ bool CThreatJournalWriter::start(const QDBusConnection &connection, const QStrin
 void CThreatJournalWriter::forget(const SVirusInfo &info)
 {
     QMetaObject::invokeMethod(
-        this, [this, info] { m_journal.remove(info); }, Qt::QueuedConnection);
+        this,
+        [this, info] {
+            tryTakeOver();
+            m_journal.remove(info);
+        },
+        Qt::QueuedConnection);
 }
 
 void CThreatJournalWriter::add(SVirusInfo info)
 {
+    // A journal its holder has left is taken over first: nothing waits in memory for the next tick.
+    tryTakeOver();
     m_journal.add(info);
 }
 
 void CThreatJournalWriter::tryTakeOver()
 {
-    if (m_journal.takeOver())
-        emit restoredLater(m_journal.takeRestored());
+    if (!m_journal.waitsForLock())
+        return;
+    m_journal.takeOver();
+    // What was restored is handed on even if the take-over failed after reading: it is on disk.
+    const SVirusInfoList restored = m_journal.takeRestored();
+    if (!restored.isEmpty())
+        emit restoredLater(restored);
     if (!m_journal.waitsForLock())
         m_takeOverTimer.stop();
 }

@@ -8,6 +8,7 @@
 
 #include <QCoreApplication>
 #include <QDBusConnection>
+#include <QDBusConnectionInterface>
 #include <QDBusInterface>
 #include <QDBusPendingReply>
 #include <QDBusServiceWatcher>
@@ -72,11 +73,17 @@ CVirusDbusMiddle::CVirusDbusMiddle(QObject *parent) : QObject(parent)
     connect(m_pJournal, &CThreatJournalWriter::restoredLater, this,
             [this](const SVirusInfoList &threats) { queueRestored(threats, notifyInterfaceUsable()); });
     queueRestored(m_pJournal->takeRestored(), notifyInterfaceUsable());
+    // The service may have come while the journal was read, before the watcher could see it.
+    if (!m_restoredWaiting.isEmpty() &&
+        QDBusConnection::systemBus().interface()->isServiceRegistered(kNotifyService).value())
+        queueRestored({}, true);
 
     m_pVirusInterface = new VirusScanInterface(QStringLiteral("com.vorn.virus"), QStringLiteral("/daemon"),
                                                QDBusConnection::systemBus(), this);
     registerDaemonMetaTypes();
-    // The journal listens first: every threat the bridge hears of, it has heard of before.
+    // The journal's match is registered first, so it hears every threat the bridge hears (and a
+    // first few more, which it keeps for the next start). QtDBus posts a threat to both in one pass,
+    // before any answer that could decide it, so a decision never overtakes the threat's record.
     checkConnected(m_pJournal->start(m_pVirusInterface->connection(), m_pVirusInterface->service(),
                                      m_pVirusInterface->path(), m_pVirusInterface->interface()),
                    "the threat journal");

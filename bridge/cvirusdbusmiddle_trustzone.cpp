@@ -82,7 +82,7 @@ void CVirusDbusMiddle::slot_rightClicked()
 
 void CVirusDbusMiddle::slot_addAuthDialog(SVirusInfo info)
 {
-    // The journal has it already: it heard the same announcement on its own thread.
+    // The journal has it too: QtDBus posted the same announcement to the journal's thread.
     m_pAuthDialogThread->addVirusInfo(info);
 }
 
