@@ -37,10 +37,22 @@ scene=(env VORN_DEMO_AUTO=$auto VORN_BUILD_DIR="$build" "$top/tests/run-with-bus
 # build's catalogues stand there, so it plays in the session's language all the same; nothing on
 # the machine changes, and the namespace ends with the scene.
 if ! ls /usr/share/locale/*/LC_MESSAGES/vorn-defender.mo > /dev/null 2>&1; then
-    if [ "$(id -u)" -eq 0 ] && unshare --mount true 2> /dev/null; then
+    if [ "$(id -u)" -ne 0 ]; then
+        echo "== The agent's catalogues are not installed: the boxes are in English (install the" \
+            "package, or run the demo as root)"
+    elif unshare --mount true 2> /dev/null; then
         exec unshare --mount sh -c 'mount --bind "$0" /usr/share/locale && exec "$@"' "$build/locale" "${scene[@]}"
+    else
+        # No mount namespace to be had (in a chroot, whose root is no mount point): the catalogues
+        # are installed for the scene's length and removed after it.
+        installed=()
+        trap 'rm -f "${installed[@]}"' EXIT
+        for mo in "$build"/locale/*/LC_MESSAGES/vorn-defender.mo; do
+            installed+=("/usr/share/locale/${mo#"$build/locale/"}")
+            install -D -m 644 "$mo" "${installed[-1]}"
+        done
+        "${scene[@]}"
+        exit
     fi
-    echo "== The agent's catalogues are not installed: the boxes are in English (install the package," \
-        "or run the demo as root)"
 fi
 exec "${scene[@]}"
