@@ -1,22 +1,54 @@
 #include "cthreatjournalwriter.h"
 
-#include <QDBusConnection>
+#include "bridgelogging.h"
 
-// The timer is this object's child, so that it moves along and ticks on the journal's thread.
+#include <QCoreApplication>
+#include <QDBusConnection>
+#include <QSocketNotifier>
+
+#include <csignal>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace {
+
+// The termination signals: a handler may do nothing but note them, so it writes the signal's
+// number to a pipe that the journal's thread watches.
+const int kTerminationSignals[] = {SIGTERM, SIGINT, SIGHUP};
+int signalPipe[2] = {-1, -1};
+
+} // namespace
+
+// The timers and the notifier are this object's children, so that they move along and run on the
+// journal's thread.
 CThreatJournalWriter::CThreatJournalWriter(const QString &directory)
-    : m_journal(directory), m_takeOverTimer(this)
+    : m_journal(directory), m_takeOverTimer(this), m_retryTimer(this)
 {
     m_thread.setObjectName(QStringLiteral("threat journal"));
     m_takeOverTimer.setInterval(1000);
+    m_retryTimer.setInterval(5000);
     connect(&m_takeOverTimer, &QTimer::timeout, this, &CThreatJournalWriter::tryTakeOver);
+    connect(&m_retryTimer, &QTimer::timeout, this, &CThreatJournalWriter::flush);
+    if (signalPipe[0] < 0 && ::pipe2(signalPipe, O_CLOEXEC | O_NONBLOCK) != 0)
+        return;
+    m_pSignalNotifier = new QSocketNotifier(signalPipe[0], QSocketNotifier::Read, this);
+    connect(m_pSignalNotifier, &QSocketNotifier::activated, this, [this] {
+        char signalNumber = 0;
+        if (::read(signalPipe[0], &signalNumber, 1) == 1)
+            drain(signalNumber);
+    });
 }
 
 CThreatJournalWriter::~CThreatJournalWriter()
 {
-    // The timer is stopped on the thread it ticks on, before that thread ends.
+    for (int signalNumber : kTerminationSignals)
+        std::signal(signalNumber, SIG_DFL);
+    // The timers are stopped on the thread they tick on, before that thread ends.
     if (m_thread.isRunning())
         QMetaObject::invokeMethod(this, [this] {
             m_takeOverTimer.stop();
+            m_retryTimer.stop();
+            delete m_pSignalNotifier;
             m_thread.quit();
         });
     m_thread.wait();
@@ -27,8 +59,19 @@ bool CThreatJournalWriter::start(const QDBusConnection &connection, const QStrin
 {
     moveToThread(&m_thread);
     m_thread.start();
-    if (m_journal.waitsForLock())
-        QMetaObject::invokeMethod(this, [this] { m_takeOverTimer.start(); });
+    QMetaObject::invokeMethod(this, [this] {
+        if (m_journal.othersRunning())
+            m_takeOverTimer.start();
+        if (m_journal.writeFailing())
+            m_retryTimer.start();
+    });
+    if (m_pSignalNotifier) {
+        struct sigaction action = {};
+        action.sa_handler = &CThreatJournalWriter::onTerminationSignal;
+        action.sa_flags = SA_RESTART;
+        for (int signalNumber : kTerminationSignals)
+            ::sigaction(signalNumber, &action, nullptr);
+    }
     return QDBusConnection(connection)
         .connect(service, path, interface, QStringLiteral("signal_showAuthDialog"), this,
                  SLOT(add(SVirusInfo)));
@@ -39,28 +82,65 @@ void CThreatJournalWriter::forget(const SVirusInfo &info)
     QMetaObject::invokeMethod(
         this,
         [this, info] {
-            tryTakeOver();
             m_journal.remove(info);
+            flushSoon();
         },
         Qt::QueuedConnection);
 }
 
 void CThreatJournalWriter::add(SVirusInfo info)
 {
-    // A journal its holder has left is taken over first: nothing waits in memory for the next tick.
-    tryTakeOver();
     m_journal.add(info);
+    flushSoon();
+}
+
+void CThreatJournalWriter::flushSoon()
+{
+    // Behind the events queued already: what they bring is written, and synced, with this.
+    if (!m_flushQueued)
+        QMetaObject::invokeMethod(this, &CThreatJournalWriter::flush, Qt::QueuedConnection);
+    m_flushQueued = true;
+}
+
+void CThreatJournalWriter::flush()
+{
+    m_flushQueued = false;
+    if (m_journal.flush()) {
+        m_retryTimer.stop();
+        qCDebug(lcBridge, "threat journal: written, %lld bytes on disk, %d syncs since start",
+                m_journal.size(), m_journal.syncs());
+    } else if (!m_retryTimer.isActive()) {
+        m_retryTimer.start();
+    }
 }
 
 void CThreatJournalWriter::tryTakeOver()
 {
-    if (!m_journal.waitsForLock())
-        return;
     m_journal.takeOver();
-    // What was restored is handed on even if the take-over failed after reading: it is on disk.
     const SVirusInfoList restored = m_journal.takeRestored();
     if (!restored.isEmpty())
         emit restoredLater(restored);
-    if (!m_journal.waitsForLock())
+    if (!m_journal.othersRunning())
         m_takeOverTimer.stop();
+    if (m_journal.writeFailing() && !m_retryTimer.isActive())
+        m_retryTimer.start();
+}
+
+void CThreatJournalWriter::drain(int signalNumber)
+{
+    // What QtDBus and the bridge posted here before the signal is handled and written first.
+    QCoreApplication::sendPostedEvents(this);
+    m_journal.flush();
+    std::signal(signalNumber, SIG_DFL);
+    ::raise(signalNumber);
+}
+
+void CThreatJournalWriter::onTerminationSignal(int signalNumber)
+{
+    const char number = char(signalNumber);
+    // A pipe that cannot take it (it never fills: the first byte ends the process) ends it at once.
+    if (::write(signalPipe[1], &number, 1) != 1) {
+        std::signal(signalNumber, SIG_DFL);
+        ::raise(signalNumber);
+    }
 }

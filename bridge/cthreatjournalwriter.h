@@ -8,13 +8,21 @@
 #include <QTimer>
 
 class QDBusConnection;
+class QSocketNotifier;
 
 // Keeps the journal on a thread of its own. It hears the daemon's announcements itself, on the
 // bridge's connection, so that QtDBus delivers each one here at once, whatever the GUI thread is
 // waiting for: a blocking call to the daemon or the risk-box service can take many seconds, and a
 // logout in that time must not lose what was announced meanwhile. Decisions reach it queued from
-// the bridge. While another agent of the user holds the journal, it tries once a second to take it
-// over, and hands the threats it then restores to the bridge.
+// the bridge.
+//
+// What reaches it is written, and synced, once the events already queued to it are handled: a
+// burst of announcements shares a few syncs, and the sync never delays a box, which the GUI thread
+// shows meanwhile. Nothing ticks while all is written and no other agent keeps a journal: a timer
+// tries a failed write again, another takes over the journals of agents that end.
+//
+// SIGTERM, SIGINT and SIGHUP first let it write everything queued to it; then the signal ends the
+// process as it would have, so the session manager still sees a clean stop.
 class CThreatJournalWriter : public QObject
 {
     Q_OBJECT
@@ -33,18 +41,26 @@ public:
     void forget(const SVirusInfo &info);
 
 signals:
-    // Threats restored from a journal taken over from another agent of the user.
+    // Threats restored from the journals of agents of the user that have ended.
     void restoredLater(SVirusInfoList threats);
 
 private slots:
     void add(SVirusInfo info);
 
 private:
+    void flushSoon();
+    void flush();
     void tryTakeOver();
+    // Writes what is queued, then lets the signal end the process.
+    void drain(int signalNumber);
+    static void onTerminationSignal(int signalNumber);
 
     CThreatJournal m_journal;
     QThread m_thread;
     QTimer m_takeOverTimer;
+    QTimer m_retryTimer;
+    QSocketNotifier *m_pSignalNotifier = nullptr;
+    bool m_flushQueued = false;
 };
 
 #endif // CTHREATJOURNALWRITER_H

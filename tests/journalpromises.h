@@ -31,11 +31,25 @@ inline QString brokenJournalPromise(const QByteArray &data)
     if (read.nextNumber <= last || read.nextNumber > J::kMaxNumber + 1 ||
         read.records.size() != size_t(read.threats.size()))
         return QStringLiteral("next number %1 after %2").arg(read.nextNumber).arg(last);
-    // What it restores is what the longest valid prefix holds, and what follows is said to be wrong.
-    const J::Contents prefix = J::parse(data.left(read.validBytes), read.validBytes);
-    if (!prefix.problem.isEmpty() || threatTexts(prefix.threats) != threatTexts(read.threats) ||
-        prefix.nextNumber != read.nextNumber || (read.validBytes < data.size()) == read.problem.isEmpty())
-        return QStringLiteral("not the longest valid prefix: ") + read.problem;
+    // The damage lies in order within the file, apart from the records, and is said to be there;
+    // without it, the same threats are read and nothing is wrong.
+    QByteArray clean;
+    qint64 at = 0;
+    for (const J::Damage &damage : read.damage) {
+        if (damage.offset < at || damage.length <= 0 || damage.offset + damage.length > data.size())
+            return QStringLiteral("damage at %1 out of place").arg(damage.offset);
+        for (const J::Record &record : read.records)
+            if (record.offset < damage.offset + damage.length &&
+                damage.offset < record.offset + record.length)
+                return QStringLiteral("damage at %1 overlaps a record").arg(damage.offset);
+        clean += data.mid(int(at), int(damage.offset - at));
+        at = damage.offset + damage.length;
+    }
+    clean += data.mid(int(at));
+    const J::Contents undamaged = J::parse(clean, clean.size());
+    if (read.damage.empty() == !read.problem.isEmpty() || !undamaged.problem.isEmpty() ||
+        threatTexts(undamaged.threats) != threatTexts(read.threats))
+        return QStringLiteral("without the damage, it reads otherwise: ") + read.problem + undamaged.problem;
     // Compacted as at the next start (each record's bytes copied), the same threats, byte for byte.
     QByteArray compacted;
     for (const J::Record &record : read.records)

@@ -1,5 +1,6 @@
-// The journal of undecided threats: what a restart gets back (in order, byte for byte, after a
-// torn or garbled end), what it refuses to read, a failing disk, compaction.
+// The journal of undecided threats: what a restart gets back (in order, byte for byte, around
+// damaged records), what it refuses to read, a failing disk, a second agent and another machine,
+// a termination signal, compaction.
 #include "harness.h"
 
 #include "cthreatjournal.h"
@@ -7,6 +8,9 @@
 
 #include <csignal>
 #include <sys/resource.h>
+#include <sys/wait.h>
+
+#include "cthreatjournalwriter.h"
 
 class TestJournal : public QObject
 {
@@ -15,6 +19,7 @@ class TestJournal : public QObject
 private:
     QTemporaryDir m_home;
     QString m_dir, m_path;
+    const QString m_slot = "/journal2-" + QSysInfo::machineUniqueId() + "-";
 
     // Opens the journal as a starting agent does: the threats restored as "name|detail|path|flag",
     // and what it said.
@@ -26,9 +31,9 @@ private:
             *said = out.text();
         return threatTexts(journal.takeRestored());
     }
-    QByteArray bytes() const
+    QByteArray bytes(const QString &path = QString()) const
     {
-        QFile file(m_path);
+        QFile file(path.isEmpty() ? m_path : path);
         return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("(none)");
     }
 
@@ -37,7 +42,7 @@ private slots:
     {
         static int run = 0;
         m_dir = m_home.filePath(QString::number(++run)) + "/vorn-defender";
-        m_path = m_dir + "/journal";
+        m_path = m_dir + m_slot + "1";
     }
 
     void undecidedThreatsComeBackInOrderByteForByte()
@@ -62,46 +67,89 @@ private slots:
         CThreatJournal journal(m_dir);
         QCOMPARE(journal.add({"病毒", "", QString(), true}), quint64(5));
         journal.remove({"病毒", "", QString(), true});
-        QVERIFY(bytes().endsWith('\n' + CThreatJournal::decisionRecord(4)));
+        QVERIFY(journal.flush() && bytes().endsWith('\n' + CThreatJournal::decisionRecord(4)));
     }
 
-    void secondLoginTakesOverWhatTheFirstLeft()
+    void agentsOfOneHomeEachKeepTheirOwn()
     {
-        // The second agent waits for the lock; meanwhile both hear X and Y, the first also W and
-        // the second also Z, and the second decides Y. Taking over, it restores only W.
+        // Two agents of this machine hear X and Y, the first also W, the second also Z, and the
+        // second decides Y; an agent of another machine hears E. Each writes at once. The first ends:
+        // the second takes over only W. E stays with its machine, and 1.1.0's journal is taken over
+        // too, each threat once.
         auto *first = new CThreatJournal(m_dir);
         CThreatJournal second(m_dir);
-        QVERIFY(second.waitsForLock() && !second.takeOver());
+        CThreatJournal(m_dir, "elsewhere").add({"E", "", "/", false});
+        QVERIFY(second.othersRunning() && !second.takeOver());
         for (const char *name : {"X", "Y", "W"})
             first->add({name, "", "/", false});
         for (const char *name : {"X", "Y", "Z"})
             second.add({name, "", "/", false});
         second.remove({"Y", "", "/", false});
+        QVERIFY(first->flush() && second.flush());
+        QCOMPARE(
+            threatTexts(CThreatJournal::parse(bytes(second.path()), bytes(second.path()).size()).threats),
+            (QStringList{"X||/|0", "Z||/|0"}));
         delete first;
-        QVERIFY(second.takeOver());
+        QVERIFY(second.takeOver() && !second.othersRunning() && !QFile::exists(m_path));
         QCOMPARE(threatTexts(second.takeRestored()), QStringList{"W||/|0"});
-        QCOMPARE(threatTexts(CThreatJournal::parse(bytes(), bytes().size()).threats),
-                 (QStringList{"X||/|0", "W||/|0", "Z||/|0"}));
+        QFile legacy(m_dir + "/journal");
+        QVERIFY(legacy.open(QIODevice::WriteOnly));
+        legacy.write(CThreatJournal::threatRecord(7, {"Z", "", "/", false}) +
+                     CThreatJournal::threatRecord(8, {"V", "", "/", false}));
+        legacy.close();
+        QVERIFY(second.takeOver() && !legacy.exists());
+        QCOMPARE(threatTexts(second.takeRestored()), QStringList{"V||/|0"});
+        QCOMPARE(threatTexts(CThreatJournal(m_dir, "elsewhere").takeRestored()), QStringList{"E||/|0"});
+    }
+
+    void terminationSignalWritesWhatIsQueued()
+    {
+        // A child holds the journal's thread busy, queues three threats to it and is sent SIGTERM:
+        // it writes the three, then ends by the signal.
+        if (qEnvironmentVariableIsSet("VORN_DRAIN_CHILD")) {
+            registerDaemonMetaTypes();
+            CThreatJournalWriter writer(qEnvironmentVariable("VORN_DRAIN_CHILD"));
+            writer.start(QDBusConnection::systemBus(), "none", "/", "none");
+            QSemaphore busy;
+            QMetaObject::invokeMethod(&writer, [&busy] { busy.acquire(); });
+            for (const char *name : {"a", "b", "c"})
+                QMetaObject::invokeMethod(&writer, "add",
+                                          Q_ARG(SVirusInfo, SVirusInfo({name, "", "/", false})));
+            ::kill(getpid(), SIGTERM);
+            busy.release();
+            QTest::qWait(10000);
+            return;
+        }
+        QProcess child;
+        qputenv("VORN_DRAIN_CHILD", m_dir.toUtf8());
+        child.start(QCoreApplication::applicationFilePath(), {"terminationSignalWritesWhatIsQueued"});
+        qunsetenv("VORN_DRAIN_CHILD");
+        QVERIFY(child.waitForFinished());
+        QCOMPARE(child.exitStatus(), QProcess::CrashExit);
+        QCOMPARE(reopen(), (QStringList{"a||/|0", "b||/|0", "c||/|0"}));
     }
 
     void journalAsFoundAtStart_data()
     {
-        // A shell command run beside the folder, the threats read then, and the first line said.
+        // A shell command run in the folder, the threats read then, and the first line said.
         QTest::addColumn<QString>("command");
         QTest::addColumn<QStringList>("restored");
         QTest::addColumn<QString>("said");
-        const QString unused = "threats are not being kept: .*/";
-        const QString untouched = "; it is neither read nor written";
+        const QString unused = "threats are not being kept: .*/",
+                      untouched = "; it is neither read nor written";
+        const QString aside = " in .*; its bytes are set aside in .*/damaged";
         // clang-format off
-        QTest::newRow("torn") << "printf 'A 4 0 torn' >> vorn-defender/journal" << QStringList{"a", "b", "c"} << "skipped a torn last record of 10 bytes";
-        QTest::newRow("garbled") << "sed -i 's/A 2 0 b/A 2 0 B/' vorn-defender/journal" << QStringList{"a"} << "the record at byte 16 is not valid; the 31 bytes from there on are ignored";
-        QTest::newRow("junk") << "head -c 99999 /dev/zero >> vorn-defender/journal && sed -i 1s/^/x/ vorn-defender/journal" << QStringList{} << "the record at byte 0 is not valid; the 100047 bytes from there on are ignored";
-        QTest::newRow("group-writable") << "chmod 0620 vorn-defender/journal" << QStringList{} << unused + "vorn-defender/journal is writable by group or others" + untouched;
-        QTest::newRow("open folder") << "chmod 0777 vorn-defender" << QStringList{} << unused + "vorn-defender is writable by group or others" + untouched;
-        QTest::newRow("stranger's") << "chown 4242 vorn-defender/journal" << QStringList{} << unused + "vorn-defender/journal is not owned by this user" + untouched;
-        QTest::newRow("link") << "cd vorn-defender && mv journal j && ln -s j journal" << QStringList{} << unused + "vorn-defender/journal: Too many levels of symbolic links";
-        QTest::newRow("not a folder") << "rm -r vorn-defender && touch vorn-defender" << QStringList{} << unused + "vorn-defender is not a folder";
-        QTest::newRow("folder cannot be made") << "p=$PWD && rm -r \"$p\" && touch \"$p\"" << QStringList{} << unused + "vorn-defender: Not a directory";
+        QTest::newRow("torn") << "printf 'A 4 0 torn' >> $J" << QStringList{"a", "b", "c"} << "skipped a torn last record of 10 bytes" + aside;
+        QTest::newRow("garbled") << "sed -i 's/A 2 0 b/A 2 0 B/' $J" << QStringList{"a", "c"} << "the record at byte 16 is not valid" + aside;
+        QTest::newRow("line break lost") << "perl -0pi -e 's/\\n/ /' $J" << QStringList{"b", "c"} << "the record at byte 0 is not valid" + aside;
+        QTest::newRow("junk") << "head -c 99999 /dev/zero >> $J && sed -i 1s/^/x/ $J" << QStringList{"a", "b", "c"} << "2 records are not valid, the first at byte 0" + aside;
+        QTest::newRow("too much junk") << "head -c 2000000 /dev/zero | tr '\\0' x >> $J && echo >> $J" << QStringList{"a", "b", "c"} << "the record at byte \\d+ is not valid in .*; 2000001 of its bytes could not be set aside in .*/damaged and are dropped";
+        QTest::newRow("group-writable") << "chmod 0620 $J" << QStringList{} << ".*journal2-.*-1 is writable by group or others" + untouched;
+        QTest::newRow("stranger's") << "chown 4242 $J" << QStringList{} << ".*journal2-.*-1 is not owned by this user" + untouched;
+        QTest::newRow("open folder") << "chmod 0777 ." << QStringList{} << unused + "vorn-defender is writable by group or others" + untouched;
+        QTest::newRow("link") << "mv $J j && ln -s j $J" << QStringList{} << unused + "journal2-.*-1: Too many levels of symbolic links";
+        QTest::newRow("not a folder") << "cd .. && rm -r vorn-defender && touch vorn-defender" << QStringList{} << unused + "vorn-defender is not a folder";
+        QTest::newRow("folder cannot be made") << "cd .. && p=$PWD && rm -r \"$p\" && touch \"$p\"" << QStringList{} << unused + "vorn-defender: Not a directory";
         // clang-format on
     }
     void journalAsFoundAtStart()
@@ -117,18 +165,21 @@ private slots:
                 journal.add({name, "", "/", false});
         }
         const QByteArray before = bytes();
-        QCOMPARE(QProcess::execute("sh", {"-c", "cd \"$0\" && " + command, QFileInfo(m_dir).path()}), 0);
+        QCOMPARE(QProcess::execute(
+                     "sh", {"-c", "cd \"$0\" && J=" + m_path.section('/', -1) + " && " + command, m_dir}),
+                 0);
         QString text;
         QCOMPARE(reopen(&text), restored.replaceInStrings(QRegularExpression("$"), "||/|0"));
         QVERIFY2(QRegularExpression("^threat journal: " + said + '\n').match(text).hasMatch(),
                  qPrintable(text));
-        if (said.startsWith("threats are not being kept")) {
+        if (said.contains("neither")) {
             // What cannot be used safely is left as it was.
             QVERIFY(command.contains("rm") || bytes() == before);
         } else {
             // What was valid is read again at the next start, and nothing more is said about the rest.
             QCOMPARE(reopen(&text), restored);
             QCOMPARE(text.count('\n'), 1);
+            QCOMPARE(QFileInfo(m_dir + "/damaged").size() > 0, said.contains("are set aside"));
         }
     }
 
@@ -148,28 +199,35 @@ private slots:
         QCOMPARE(QFileInfo(m_path).size(), file.size());
     }
 
-    void fullDiskIsSaidOnceAndLosesNothingWritten()
+    void writingResumesOnceTheDiskHasRoom()
     {
-        {
-            CThreatJournal journal(m_dir);
-            StdoutCapture out;
-            // Files may grow to 4 KiB: the fifth record of 1 KiB does not fit.
-            std::signal(SIGXFSZ, SIG_IGN);
-            rlimit saved{};
-            getrlimit(RLIMIT_FSIZE, &saved);
-            const rlimit limit{4096, saved.rlim_max};
-            setrlimit(RLIMIT_FSIZE, &limit);
-            for (int i = 0; i < 8; ++i)
-                journal.add({QString::number(i), "", QString(1000, 'p'), false});
-            journal.remove({"1", "", QString(1000, 'p'), false});
-            setrlimit(RLIMIT_FSIZE, &saved);
-            QCOMPARE(out.text(),
-                     QStringLiteral("threat journal: threats are not being kept: No space left on device\n"));
+        // Files may grow to 4 KiB: the fifth record of 1 KiB does not fit, nor any after it, until
+        // the limit is lifted. Nothing torn is left meanwhile, nothing is lost, and both are said.
+        StdoutCapture out;
+        CThreatJournal journal(m_dir);
+        std::signal(SIGXFSZ, SIG_IGN);
+        rlimit saved{};
+        getrlimit(RLIMIT_FSIZE, &saved);
+        const rlimit limit{4096, saved.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        for (int i = 0; i < 8; ++i) {
+            journal.add({QString::number(i), "", QString(1000, 'p'), false});
+            journal.flush();
         }
-        QString text;
-        QCOMPARE(reopen(&text).replaceInStrings(QRegularExpression("\\|.*"), ""),
-                 (QStringList{"0", "1", "2", "3"}));
-        QCOMPARE(text.count('\n'), 1);
+        journal.remove({"1", "", QString(1000, 'p'), false});
+        QVERIFY(!journal.flush() && journal.writeFailing());
+        const CThreatJournal::Contents written = CThreatJournal::parse(bytes(), bytes().size());
+        QVERIFY(written.damage.empty() && written.threats.size() == 4);
+        setrlimit(RLIMIT_FSIZE, &saved);
+        QVERIFY(journal.flush() && !journal.writeFailing());
+        QCOMPARE(out.text().remove(m_path),
+                 "threat journal: restored 0 undecided threats from \n"
+                 "threat journal: cannot write to : No space left on device; what is not written is kept in "
+                 "memory and written once writing works again\n"
+                 "threat journal: writing to  works again; nothing waits in memory\n");
+        QCOMPARE(threatTexts(CThreatJournal::parse(bytes(), bytes().size()).threats)
+                     .replaceInStrings(QRegularExpression("\\|.*"), ""),
+                 (QStringList{"0", "2", "3", "4", "5", "6", "7"}));
     }
 
     // The fuzzer's seeds and every input that once broke a promise. The seeds are journals the
@@ -202,14 +260,17 @@ private slots:
             CThreatJournal journal(m_dir);
             for (int i = 0; i < count; ++i)
                 journal.add({QString::number(i), "", "/", false});
-            for (int i = 0; i < count - 3; ++i)
+            for (int i = 0; i < count - 3; ++i) {
                 journal.remove({QString::number(i), "", "/", false});
+                journal.flush();
+            }
             QVERIFY2(journal.size() < 64 * 1024 * 2, qPrintable(QString::number(journal.size())));
         }
         QCOMPARE(reopen(), (QStringList{"9997||/|0", "9998||/|0", "9999||/|0"}));
         CThreatJournal journal(m_dir);
         for (const SVirusInfo &threat : journal.takeRestored())
             journal.remove(threat);
+        QVERIFY(journal.flush() && journal.syncs() == 0);
         QCOMPARE(QFileInfo(m_path).size(), 0);
         QVERIFY(!QFileInfo::exists(m_path + ".new"));
     }
