@@ -52,6 +52,14 @@ CVirusDbusMiddle::CVirusDbusMiddle(QObject *parent) : QObject(parent)
     // The risk-box service is reached on a private connection of its own, so its traffic does not
     // share the default system-bus connection used for the daemon.
     QDBusConnection::connectToBus(QDBusConnection::SystemBus, m_connectionName);
+    // Watched on the connection its answers arrive on, so that an owner's change is seen before
+    // anything the next owner sends.
+    m_pOwnerWatcher = new QDBusServiceWatcher(kNotifyService, QDBusConnection(m_connectionName),
+                                              QDBusServiceWatcher::WatchForOwnerChange, this);
+    connect(m_pOwnerWatcher, &QDBusServiceWatcher::serviceOwnerChanged, this,
+            [this](const QString &, const QString &oldOwner, const QString &newOwner) {
+                riskBoxOwnerChanged(oldOwner, newOwner);
+            });
     createNotifyInterface();
     if (!m_pNotifyInterface->isValid())
         CVornGenLog::getInstance()->writeLog(CVornGenLog::VirusScan, 1,
@@ -62,12 +70,17 @@ CVirusDbusMiddle::CVirusDbusMiddle(QObject *parent) : QObject(parent)
     if (hasResultSignal())
         checkConnected(connect(m_pNotifyInterface, kResultSignal, this, kResultSlot), "signalResult");
 
+    // Registered before any thread or queued connection can carry a record: Qt 5 marks a queued
+    // connection that meets an unregistered type unusable for good.
+    registerDaemonMetaTypes();
     m_pAuthDialogThread = new CAuthDialogThread;
     checkConnected(connect(m_pAuthDialogThread, SIGNAL(signal_showDialog(SVirusInfo)), this,
                            SLOT(slot_ExecAuthDialog(SVirusInfo))),
                    "signal_showDialog");
     m_pAuthDialogThread->start(QThread::InheritPriority);
 
+    m_pVirusInterface = new VirusScanInterface(QStringLiteral("com.vorn.virus"), QStringLiteral("/daemon"),
+                                               QDBusConnection::systemBus(), this);
     // Threats an earlier run left undecided go first, before the daemon can announce new ones.
     m_pJournal = new CThreatJournalWriter(CThreatJournal::defaultDirectory());
     connect(m_pJournal, &CThreatJournalWriter::restoredLater, this,
@@ -78,9 +91,6 @@ CVirusDbusMiddle::CVirusDbusMiddle(QObject *parent) : QObject(parent)
         QDBusConnection::systemBus().interface()->isServiceRegistered(kNotifyService).value())
         queueRestored({}, true);
 
-    m_pVirusInterface = new VirusScanInterface(QStringLiteral("com.vorn.virus"), QStringLiteral("/daemon"),
-                                               QDBusConnection::systemBus(), this);
-    registerDaemonMetaTypes();
     // The journal's match is registered first, so it hears every threat the bridge hears (and a
     // first few more, which it keeps for the next start). QtDBus posts a threat to both in one pass,
     // before any answer that could decide it, so a decision never overtakes the threat's record.
@@ -106,23 +116,70 @@ CVirusDbusMiddle::CVirusDbusMiddle(QObject *parent) : QObject(parent)
 void CVirusDbusMiddle::queueRestored(const SVirusInfoList &threats, bool serviceUp)
 {
     m_restoredWaiting += threats;
-    if (m_restoredWaiting.isEmpty())
-        return;
     // A threat box that cannot be shown holds the queue: restored threats wait for a service that
     // is away, so that a session whose service starts late is not left silent.
-    if (!serviceUp) {
-        if (!m_pServiceWatcher) {
-            m_pServiceWatcher = new QDBusServiceWatcher(kNotifyService, QDBusConnection::systemBus(),
-                                                        QDBusServiceWatcher::WatchForRegistration, this);
-            connect(m_pServiceWatcher, &QDBusServiceWatcher::serviceRegistered, this,
-                    [this] { queueRestored({}, true); });
-        }
+    if (m_restoredWaiting.isEmpty() || !serviceUp)
         return;
-    }
-    for (const SVirusInfo &info : std::exchange(m_restoredWaiting, SVirusInfoList())) {
-        ++m_restoredQueued[CThreatJournal::identity(info)];
+    for (const SVirusInfo &info : notHandledElsewhere(std::exchange(m_restoredWaiting, SVirusInfoList())))
         m_pAuthDialogThread->addVirusInfo(info);
+}
+
+SVirusInfoList CVirusDbusMiddle::notHandledElsewhere(const SVirusInfoList &restored)
+{
+    // Another session, or the user in the security centre, may have quarantined or trusted a file
+    // while no agent ran: its threat is not asked about again. The lists name the file first.
+    SIsolateFileInfoList quarantined;
+    STrustFileInfoList trusted;
+    get_quarantineFileList(quarantined);
+    get_trustFileList(trusted);
+    QSet<QString> handled;
+    for (const SIsolateFileInfo &file : std::as_const(quarantined))
+        handled << file.text1;
+    for (const STrustFileInfo &file : std::as_const(trusted))
+        handled << file.text1;
+    SVirusInfoList left;
+    for (const SVirusInfo &info : restored) {
+        if (handled.contains(info.virusPath))
+            m_pJournal->forget(info);
+        else
+            left << info;
     }
+    return left;
+}
+
+void CVirusDbusMiddle::ownerGone(const QString &owner)
+{
+    if (owner.isEmpty() || m_goneOwners.contains(owner))
+        return;
+    m_goneOwners.insert(owner);
+    for (const SVirusBoxInfo &entry : std::as_const(virusMap))
+        if (entry.owner == owner && entry.iVirusType == 3 && !entry.answered)
+            m_unshown << SVirusInfo{entry.virusName, entry.virusDetail, entry.virusPath, entry.virusFlag};
+}
+
+void CVirusDbusMiddle::riskBoxOwnerChanged(const QString &oldOwner, const QString &newOwner)
+{
+    ownerGone(oldOwner);
+    if (newOwner.isEmpty())
+        return;
+    queueRestored({}, true);
+    showUnshown();
+}
+
+void CVirusDbusMiddle::showUnshown()
+{
+    if (m_unshown.isEmpty())
+        return;
+    // The ready flag is set only by a threat box that was shown: the bridge shows one itself.
+    if (m_threadWaiting) {
+        const SVirusInfo oldest = m_unshown.takeFirst();
+        if (get_signalResult(oldest) < 0) {
+            m_unshown.prepend(oldest);
+            return;
+        }
+    }
+    for (const SVirusInfo &info : std::exchange(m_unshown, SVirusInfoList()))
+        m_pAuthDialogThread->addVirusInfo(info);
 }
 
 bool CVirusDbusMiddle::hasResultSignal() const
@@ -151,6 +208,7 @@ bool CVirusDbusMiddle::reConnectionDBus()
     }
     QDBusConnection::disconnectFromBus(m_connectionName);
     QDBusConnection::connectToBus(QDBusConnection::SystemBus, m_connectionName);
+    m_pOwnerWatcher->setConnection(QDBusConnection(m_connectionName));
     createNotifyInterface();
     if (!m_pNotifyInterface->isValid()) {
         // The invalid interface stays in place: the next box tries again.
@@ -174,6 +232,7 @@ int CVirusDbusMiddle::callNotifyMethod(QList<QVariant> &replyArgs, const QString
         return -1;
     }
     replyArgs = response.arguments();
+    m_lastNotifySender = response.service();
     return 0;
 }
 

@@ -4,11 +4,10 @@
 #include "svirusboxinfo.h"
 #include "virusrecords.h"
 
-#include <QByteArray>
-#include <QHash>
 #include <QList>
 #include <QMap>
 #include <QObject>
+#include <QSet>
 #include <QString>
 #include <QStringList>
 #include <QVariant>
@@ -153,6 +152,17 @@ private:
     bool trustFromThreatProcedure(int id, const SVirusBoxInfo &entry, bool &done);
     // Queues restored threats on the dialog thread, or keeps them until the risk-box service is up.
     void queueRestored(const SVirusInfoList &threats, bool serviceUp);
+    // The restored threats whose files the daemon has neither quarantined nor trusted meanwhile;
+    // the others are forgotten.
+    SVirusInfoList notHandledElsewhere(const SVirusInfoList &restored);
+    // The boxes an instance of the risk-box service drew vanish with it: their ids decide nothing
+    // from now on, and the threats among them that had no answer are shown again.
+    void ownerGone(const QString &owner);
+    void riskBoxOwnerChanged(const QString &oldOwner, const QString &newOwner);
+    // Shows again the threats whose boxes failed or vanished: the oldest one at once when the
+    // dialog thread waits for a box that failed, so that its success re-arms the thread; the
+    // others through the thread, one at a time.
+    void showUnshown();
     int showTrustFailure(const QString &objectName, const QString &text);
 
     void logEvent(const QString &message, const QString &title = QStringLiteral("Dealing with threats"),
@@ -164,10 +174,17 @@ private:
     VirusScanInterface *m_pVirusInterface = nullptr;
     CAuthDialogThread *m_pAuthDialogThread = nullptr;
     CThreatJournalWriter *m_pJournal = nullptr;
-    // Restored threats waiting for the risk-box service, and those queued, by what they are.
+    // Restored threats waiting for the risk-box service.
     SVirusInfoList m_restoredWaiting;
-    QHash<QByteArray, int> m_restoredQueued;
-    QDBusServiceWatcher *m_pServiceWatcher = nullptr;
+    // Threats whose box vanished with its service, or failed while it was away, oldest first, and
+    // whether the dialog thread waits for a box that failed.
+    SVirusInfoList m_unshown;
+    bool m_threadWaiting = false;
+    // The risk-box service's owner as the private connection sees it, the one that sent the last
+    // reply, and those that have left the name (a unique name never returns).
+    QDBusServiceWatcher *m_pOwnerWatcher = nullptr;
+    QString m_lastNotifySender;
+    QSet<QString> m_goneOwners;
     QMap<int, SVirusBoxInfo> virusMap;
     QDBusInterface *m_pNotifyInterface = nullptr;
     QString m_connectionName;

@@ -4,7 +4,6 @@
 
 #include "bridgelogging.h"
 #include "cauthdialogthread.h"
-#include "cthreatjournal.h"
 #include "cvorngenlog.h"
 #include "vorntext.h"
 
@@ -78,8 +77,17 @@ int CVirusDbusMiddle::showAnsweredBox(int createType, const QStringList &content
     BoxStep failedStep = BoxStep::None;
     const int ret = showRiskBox(createType, contents, buttons, extra, iId, failedStep);
     // A box that failed at any step is never remembered; one already created is not withdrawn.
-    if (failedStep == BoxStep::None)
-        virusMap.insert(iId, entry);
+    if (failedStep != BoxStep::None)
+        return ret;
+    // The instance that drew it answered last. An earlier one has gone, even if its going has not
+    // been seen yet.
+    if (!virusMap.isEmpty() && virusMap.last().owner != m_lastNotifySender)
+        for (const SVirusBoxInfo &other : virusMap.values())
+            if (other.owner != m_lastNotifySender)
+                ownerGone(other.owner);
+    SVirusBoxInfo drawn = entry;
+    drawn.owner = m_lastNotifySender;
+    virusMap.insert(iId, drawn);
     return ret;
 }
 
@@ -126,7 +134,8 @@ int CVirusDbusMiddle::show_retryVirusBoxNotify(const QString &strVirusName)
 
 int CVirusDbusMiddle::get_signalResult(const SVirusInfo &info)
 {
-    const SVirusBoxInfo entry{3, info.virusName, info.virusDetail, info.virusPath, info.virusFlag};
+    const SVirusBoxInfo entry{3,         info.virusName, info.virusDetail, info.virusPath, info.virusFlag,
+                              QString(), false};
     // The threat-found box has no default action, and a timeout instead of a fold.
     const int ret =
         showAnsweredBox(0,
@@ -141,25 +150,22 @@ int CVirusDbusMiddle::get_signalResult(const SVirusInfo &info)
             qUtf8Printable(info.virusName));
     // Only a shown threat lets the dialog thread hand out the next one.
     m_pAuthDialogThread->setReady();
+    m_threadWaiting = false;
     return ret;
 }
 
 int CVirusDbusMiddle::slot_ExecAuthDialog(SVirusInfo info)
 {
-    auto restored = m_restoredQueued.find(CThreatJournal::identity(info));
-    const bool wasRestored = restored != m_restoredQueued.end();
-    if (wasRestored && --restored.value() == 0)
-        m_restoredQueued.erase(restored);
+    // A threat box that failed leaves the dialog thread waiting. If the service was away, the
+    // threat is shown once it comes (back). One that was shown tells that the service is there.
     if (get_signalResult(info) < 0) {
-        // A restored threat does not hold the queue: it waits for the service's next start, and the
-        // threats of this run keep their turn.
-        if (wasRestored) {
-            queueRestored({info}, false);
-            m_pAuthDialogThread->setReady();
-        }
-    } else if (!m_restoredWaiting.isEmpty()) {
-        queueRestored({}, true);
+        if (!notifyInterfaceUsable())
+            m_unshown << info;
+        m_threadWaiting = true;
+        return 0;
     }
+    queueRestored({}, true);
+    showUnshown();
     return 0;
 }
 

@@ -17,7 +17,9 @@ void CVirusDbusMiddle::slot_ResultSignal(int id, int state, QString reserved)
 {
     Q_UNUSED(reserved)
     const auto found = virusMap.constFind(id);
-    if (found == virusMap.constEnd()) {
+    // An id drawn by a service instance that has gone names another box now, perhaps somebody
+    // else's: it decides nothing, as an unknown id does.
+    if (found == virusMap.constEnd() || m_goneOwners.contains(found->owner)) {
         // Two blanks after the slot name, as the security log has always had them.
         logFailure(QStringLiteral("slot_ResultSignal  virusMap is err! id:%1 state:%2")
                        .arg(number(id), number(state)));
@@ -64,8 +66,14 @@ void CVirusDbusMiddle::slot_ResultSignal(int id, int state, QString reserved)
         break;
     default: break;
     }
-    if (remove)
-        virusMap.remove(id);
+    // The boxes raised meanwhile may have drawn this id again, from a service that restarted.
+    const auto kept = virusMap.find(id);
+    if (kept != virusMap.end() && kept->owner == entry.owner) {
+        if (remove)
+            virusMap.erase(kept);
+        else
+            kept->answered = true;
+    }
     if (done)
         m_pJournal->forget(SVirusInfo{entry.virusName, entry.virusDetail, entry.virusPath, entry.virusFlag});
 }

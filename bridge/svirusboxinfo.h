@@ -15,6 +15,11 @@ struct SVirusBoxInfo
     QString virusDetail;
     QString virusPath;
     bool virusFlag = false;
+    // Not in the record of the box as such: the unique bus name of the risk-box service instance
+    // that drew it (its ids name another box once the service has restarted), and whether an
+    // answer was handled while the entry stayed.
+    QString owner;
+    bool answered = false;
 };
 
 #endif // SVIRUSBOXINFO_H

@@ -1,7 +1,9 @@
 // The bridge against the two stand-ins: the boxes it raises and their failures, the user's answers
 // to each kind of box, the trust-zone and quarantine operations, the risk-box service going away and
-// coming back, and the boxes in Chinese.
+// coming back, restarting under a threat's box, and the boxes in Chinese.
 #include "harness.h"
+
+#include <QDBusInterface>
 
 #include <clocale>
 #include <functional>
@@ -269,6 +271,33 @@ private slots:
         QCOMPARE(m_test.raise(3, "/h/back"), 0);
         m_test.answer(1, 2);
         QVERIFY(QTest::qWaitFor([&] { return !m_test.bridge->pendingBoxes().contains(1); }, 10000));
+    }
+
+    void boxesVanishWithTheirService()
+    {
+        // X is shown; the service restarts and numbers its boxes from 1 again, and a stranger's box
+        // gets X's number: its Clear Now decides nothing here. X is shown again, through the dialog
+        // thread, and the answer to that box quarantines it.
+        QCOMPARE(m_test.raise(3, "/h/x", "X"), 0);
+        const int id = m_test.lastId();
+        m_test.riskbox.stop();
+        QVERIFY(m_test.riskbox.start());
+        QDBusInterface service("com.tarsel.secriskbox", "/service", "com.tarsel.secriskbox",
+                               QDBusConnection::systemBus());
+        int stranger = 0;
+        for (int i = 0; i < id && stranger < id; ++i)
+            stranger = service.call("create", 1, "another agent", "box").arguments().value(0).toInt();
+        QCOMPARE(stranger, id);
+        m_test.log.clear();
+        m_test.answer(id, 1);
+        m_test.settle();
+        QCOMPARE(m_test.log.summary(),
+                 QStringList{expand("!slot_ResultSignal  virusMap is err! id:%1 state:1").arg(id)});
+        QCOMPARE(m_test.daemon.calls(), QStringList());
+        QTRY_COMPARE_WITH_TIMEOUT(m_test.boxes().last()["contents"][1].toString(), "Virus name:X", 10000);
+        m_test.answer(m_test.lastId(), 1);
+        m_test.settle();
+        QCOMPARE(m_test.daemon.calls(), QStringList{R"(add_quarantineFile a(ss) [[["/h/x","X"]]])"});
     }
 
     // After the others: the same bridge in Simplified Chinese, from the build tree's catalogue.

@@ -147,8 +147,12 @@ private slots:
         }
         QTRY_COMPARE(
             [] {
-                QFile file(CThreatJournal::defaultDirectory() + "/journal");
-                const QByteArray bytes = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+                QByteArray bytes;
+                for (const QFileInfo &journal :
+                     QDir(CThreatJournal::defaultDirectory()).entryInfoList({"journal2-*"})) {
+                    QFile file(journal.filePath());
+                    bytes += file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+                }
                 return threatTexts(CThreatJournal::parse(bytes, bytes.size()).threats).filter("|/j|");
             }(),
             (QStringList{"notdone|detail|/j|0", "failed|detail|/j|0", "untrusted|detail|/j|0"}));
