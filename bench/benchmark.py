@@ -8,7 +8,9 @@ one table with the builds side by side and the targets:
 - the latency from signal_sysPop to the notice's "show" and from signalResult to the daemon call,
   for the agent and for the bare process making the same calls;
 - the time a flood takes to be queued and journaled, the journal's bytes per undecided threat, and
-  memory per queued threat.
+  memory per queued threat;
+- for a burst of threats announced at once, the time from the last announcement until the journal
+  has synced all of them, and the syncs that took.
 
     benchmark.py LABEL=BUILD [LABEL=BUILD...]      e.g. "Qt 6.8.2=build-bench"
 
@@ -30,6 +32,10 @@ IDLE_SECONDS = int(os.environ.get("VORN_BENCH_IDLE_SECONDS", "60"))
 ROUNDS = int(os.environ.get("VORN_BENCH_ROUNDS", "100"))
 FLOOD = 10000
 FLOODS = 4
+# The threat a flood announces FLOOD times: a 30-character name, a 60-character path, no detail.
+THREAT_NAME, THREAT_PATH = "Trojan.GenericKD.Bench-1234567", "/home/bench/Downloads/" + "x" * 34 + ".exe"
+# The journal thread's debug line after each write, with the file's size after it and the syncs so far.
+WRITTEN = r"^threat journal: written, (\d+) bytes on disk, (\d+) syncs since start$"
 
 
 def rss_kib(pid, field="VmRSS"):
@@ -69,15 +75,23 @@ def wait_until(condition, seconds, what):
     raise RuntimeError(f"timed out waiting for {what}")
 
 
+def monotonic(boot, near):
+    """A time printed by Qt's %{time boot} (CLOCK_MONOTONIC, as time.monotonic() on Linux, to the
+    millisecond) in time.monotonic()'s seconds. Qt 5 prints it from 32 bits of milliseconds, which
+    wrap after 49.7 days: the time meant is the one nearest near."""
+    period = 2**32 / 1000
+    return boot + round((near - boot) / period) * period
+
+
 def percentile(values, share):
     ordered = sorted(values)
     return ordered[min(len(ordered) - 1, int(round(share * (len(ordered) - 1))))]
 
 
 class Transcript:
-    """A stand-in's timestamped output, read as it grows."""
+    """A stand-in's timestamped output, or the agent's standard error, read as it grows."""
 
-    LINE = re.compile(r"^\[(\d+\.\d+)\] (.*)$")
+    LINE = re.compile(r"^\[ *(\d+\.\d+)\] (.*)$")
 
     def __init__(self, path):
         self.path = path
@@ -100,6 +114,21 @@ class Transcript:
                 return float(line.group(1)), found
         return None
 
+    def matches(self, pattern):
+        """The timestamps and matches of all new whole lines matching pattern, in order; they are not
+        looked at again."""
+        with open(self.path, encoding="utf-8", errors="replace") as f:
+            text = f.read()
+        lines = text[:text.rfind("\n") + 1].splitlines()
+        found = []
+        for index in range(self.seen, len(lines)):
+            line = self.LINE.match(lines[index])
+            match = line and re.search(pattern, line.group(2))
+            if match:
+                found.append((float(line.group(1)), match))
+        self.seen = max(self.seen, len(lines))
+        return found
+
 
 class Run:
     """One build under measurement: its stand-ins on the bus, the agent and the bare process when
@@ -112,7 +141,7 @@ class Run:
         os.makedirs(f"{work}/state")
         self.env = dict(os.environ, HALVO_LOG_FILE=f"{work}/events.jsonl", QT_QPA_PLATFORM="offscreen",
                         XDG_STATE_HOME=f"{work}/state")
-        self.journal = f"{work}/state/vorn-defender/journal"
+        self.agent_out = f"{work}/agent.err"
         self.daemon_out, self.riskbox_out = f"{work}/daemon.out", f"{work}/riskbox.out"
         self.start([f"{build}/standins/vorn-standin-daemon", "--timestamps"], self.daemon_out)
         self.start([f"{build}/standins/vorn-standin-riskbox", "--headless", "--timestamps"], self.riskbox_out)
@@ -120,9 +149,10 @@ class Run:
                                           capture_output=True).returncode == 0, 10, "the stand-ins")
         self.daemon, self.riskbox = Transcript(self.daemon_out), Transcript(self.riskbox_out)
 
-    def start(self, command, output=os.devnull):
-        with open(output, "w") as out:
-            process = subprocess.Popen(command, env=self.env, stdout=out)
+    def start(self, command, output=os.devnull, env=None, errors=None):
+        """Standard error goes to the file errors, or where the benchmark's own goes."""
+        with open(output, "w") as out, open(errors or os.devnull, "w") as err:
+            process = subprocess.Popen(command, env=env or self.env, stdout=out, stderr=err if errors else None)
         self.processes.append(process)
         return process
 
@@ -134,6 +164,23 @@ class Run:
     def close(self):
         for process in list(self.processes):
             self.stop(process)
+
+    def journals(self):
+        """The journal's files: one per running agent, "journal2-MACHINE-SLOT" (not the ".new" copy of
+        one being compacted)."""
+        paths = glob.glob(f"{self.work}/state/vorn-defender/journal2-*")
+        return [path for path in paths if not path.endswith(".new")]
+
+    def journaled(self):
+        """The threats the journal's files hold ("A" records)."""
+        count = 0
+        for path in self.journals():
+            try:
+                with open(path, "rb") as records:
+                    count += sum(1 for record in records if record.startswith(b"A "))
+            except FileNotFoundError:
+                pass  # taken over meanwhile
+        return count
 
     def ctl(self, *args):
         return subprocess.run([f"{self.build}/standins/vorn-standin-ctl", *args], env=self.env, check=True,
@@ -180,7 +227,12 @@ def bare_process(run):
 
 
 def agent_start(run):
-    agent = run.start([f"{run.build}/app/vorn-virus-agent"])
+    """The agent, with the journal thread's debug line after each write on its standard error, each
+    line stamped with the monotonic clock."""
+    env = dict(run.env, QT_LOGGING_RULES="vorn.bridge.debug=true", QT_MESSAGE_PATTERN="[%{time boot}] %{message}",
+               QT_FORCE_STDERR_LOGGING="1")
+    agent = run.start([f"{run.build}/app/vorn-virus-agent"], env=env, errors=run.agent_out)
+    run.agent = Transcript(run.agent_out)
     run.figures["agent_pid"] = agent.pid
     log = run.env["HALVO_LOG_FILE"]
     wait_until(lambda: os.path.exists(log) and "all signal have been connected" in open(log).read(), 20,
@@ -207,12 +259,7 @@ def agent_floods(run):
     doubling and so not evenly from flood to flood. Every threat is on disk before it is queued: a
     flood is queued when the journal holds all of it."""
     pid = run.figures["agent_pid"]
-    name, path = "Trojan.GenericKD.Bench-1234567", "/home/bench/Downloads/" + "x" * 34 + ".exe"
-    assert len(name) == 30 and len(path) == 60
-
-    def journaled():
-        with open(run.journal, "rb") as records:
-            return sum(1 for record in records if record.startswith(b"A "))
+    assert len(THREAT_NAME) == 30 and len(THREAT_PATH) == 60
 
     previous = [None]
 
@@ -224,23 +271,64 @@ def agent_floods(run):
     growth, queued, after_first = [], [], None
     for n in range(FLOODS):
         before, started = anonymous_kib(pid), time.monotonic()
-        run.ctl("daemon", "emit-many", str(FLOOD), "signal_showAuthDialog", name, "", path, "false")
-        wait_until(lambda: os.path.exists(run.journal) and journaled() == FLOOD * (n + 1) or time.sleep(0.05), 60,
-                   "the flood to be journaled")
+        run.ctl("daemon", "emit-many", str(FLOOD), "signal_showAuthDialog", THREAT_NAME, "", THREAT_PATH, "false")
+        wait_until(lambda: run.journaled() == FLOOD * (n + 1) or time.sleep(0.05), 60, "the flood to be journaled")
         queued.append(time.monotonic() - started)
         wait_until(lambda: settled() or time.sleep(0.5), 60, "the flood to be queued")
         growth.append((anonymous_kib(pid) - before) * 1024 / FLOOD)
         after_first = after_first or anonymous_kib(pid)
     run.figures["flood_seconds"], run.figures["flood_growth"] = queued, growth
     run.figures["threat_bytes"] = (anonymous_kib(pid) - after_first) * 1024 / ((FLOODS - 1) * FLOOD)
-    run.figures["journal_bytes"] = os.path.getsize(run.journal) / (FLOODS * FLOOD)
+    run.figures["journal_bytes"] = sum(os.path.getsize(path) for path in run.journals()) / (FLOODS * FLOOD)
+
+
+def agent_burst(run):
+    """A burst of FLOOD threats announced at once, on top of the floods' threats still queued: the
+    time from the last announcement (the EmitMany call returned) until the journal has synced all of
+    them, which is the time of the journal thread's debug line after the write that holds the last of
+    them, and the syncs the burst took. The agent's one file only grows meanwhile: nothing is decided
+    but a timed-out box now and then, far too little to compact it."""
+    [journal] = run.journals()
+    inode, offset, left = os.stat(journal).st_ino, os.path.getsize(journal), FLOOD
+    earlier = run.agent.matches(WRITTEN)
+    syncs = int(earlier[-1][1].group(2)) if earlier else 0
+
+    def burst_end():
+        """Where the burst's last threat record ends in the file, once it is there (read on from
+        where the last look stopped, whole records only)."""
+        nonlocal offset, left
+        with open(journal, "rb") as records:
+            records.seek(offset)
+            for record in records:
+                if not record.endswith(b"\n"):
+                    break
+                offset += len(record)
+                left -= record.startswith(b"A ")
+                if left == 0:
+                    return offset
+        return None
+
+    def reported(end):
+        """The journal thread's line after the first write that took the file to end or past it: the
+        write that holds the record ending there."""
+        return next((line for line in run.agent.matches(WRITTEN) if int(line[1].group(1)) >= end), None)
+
+    run.ctl("daemon", "emit-many", str(FLOOD), "signal_showAuthDialog", THREAT_NAME, "", THREAT_PATH, "false")
+    announced = time.monotonic()
+    end = wait_until(lambda: burst_end() or time.sleep(0.05), 60, "the burst to be journaled")
+    written = wait_until(lambda: reported(end) or time.sleep(0.05), 10, "the write of the burst's last threat")
+    if os.stat(journal).st_ino != inode:
+        raise RuntimeError(f"{journal} was compacted during the burst")
+    run.figures["burst_seconds"] = monotonic(written[0], announced) - announced
+    run.figures["burst_syncs"] = int(written[1].group(2)) - syncs
 
 
 def agent_end(run):
     run.stop(next(process for process in run.processes if process.pid == run.figures["agent_pid"]))
 
 
-MEASUREMENTS = [bare_process, agent_start, agent_idle, agent_rounds, agent_floods, agent_end, bare_process]
+MEASUREMENTS = [bare_process, agent_start, agent_idle, agent_rounds, agent_floods, agent_burst, agent_end,
+                bare_process]
 
 
 def latency(values):
@@ -268,6 +356,8 @@ ROWS = [
     ("answer: signalResult -> daemon call", lambda f: latency(f["agent_call"]), None),
     ("  bare QtDBus client, same call", lambda f: latency(f["bare_call"]), None),
     ("  agent / bare, p50 (events written first)", lambda f: f"{ratio(f, 'agent_call', 'bare_call'):.2f}", None),
+    (f"burst of {FLOOD}: last announced -> all synced", lambda f: f"{f['burst_seconds'] * 1000:.0f} ms", None),
+    ("  syncs for the burst", lambda f: f"{f['burst_syncs']}", None),
     (f"flood of {FLOOD} queued and journaled, last / first",
      lambda f: f"{f['flood_seconds'][-1]:.2f} / {f['flood_seconds'][0]:.2f} s", None),
     ("journal on disk per undecided threat", lambda f: f"{f['journal_bytes']:.0f} bytes", None),

@@ -26,6 +26,6 @@ status=0
 # with the undecided threats it holds, and nothing else.
 for preset in bench bench-qt5; do
     echo "$preset:"
-    "$top/build-$preset/bench/vorn-bench-journal-restore" 100000 1000000 | grep -v '^threat journal:'
+    "$top/build-$preset/bench/vorn-bench-journal-restore" 100000 100000@1 1000000 | grep -v '^threat journal:'
 done
 exit $status
