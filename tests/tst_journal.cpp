@@ -230,6 +230,28 @@ private slots:
                  (QStringList{"0", "2", "3", "4", "5", "6", "7"}));
     }
 
+    void aFailedWriteIsTriedAgainOnItsOwn()
+    {
+        // No file may grow: the threat's write fails. Once files may grow again, it is written
+        // with nothing else announced.
+        registerDaemonMetaTypes();
+        CThreatJournalWriter writer(m_dir);
+        writer.start(QDBusConnection::systemBus(), "none", "/", "none");
+        std::signal(SIGXFSZ, SIG_IGN);
+        rlimit saved{};
+        getrlimit(RLIMIT_FSIZE, &saved);
+        const rlimit limit{0, saved.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        QMetaObject::invokeMethod(&writer, "add", Q_ARG(SVirusInfo, SVirusInfo({"a", "", "/", false})));
+        // Two calls behind it: the add, then the write it asked for, have been done.
+        for (int i = 0; i < 2; ++i)
+            QMetaObject::invokeMethod(&writer, [] {}, Qt::BlockingQueuedConnection);
+        setrlimit(RLIMIT_FSIZE, &saved);
+        QCOMPARE(bytes(), QByteArray());
+        QTRY_COMPARE_WITH_TIMEOUT(threatTexts(CThreatJournal::parse(bytes(), bytes().size()).threats),
+                                  QStringList{"a||/|0"}, 10000);
+    }
+
     // The fuzzer's seeds and every input that once broke a promise. The seeds are journals the
     // agent built with Qt 5 wrote: whichever Qt the suite runs on writes each undecided record of
     // them byte for byte again, so the Qt 5 and Qt 6 agents share a journal.
