@@ -294,7 +294,8 @@ private slots:
         QCOMPARE(m_test.log.summary(),
                  QStringList{expand("!slot_ResultSignal  virusMap is err! id:%1 state:1").arg(id)});
         QCOMPARE(m_test.daemon.calls(), QStringList());
-        QTRY_COMPARE_WITH_TIMEOUT(m_test.boxes().last()["contents"][1].toString(), "Virus name:X", 10000);
+        QTRY_COMPARE_WITH_TIMEOUT(m_test.boxes().last().value("contents").toArray().at(1).toString(),
+                                  "Virus name:X", 10000);
         m_test.answer(m_test.lastId(), 1);
         m_test.settle();
         QCOMPARE(m_test.daemon.calls(), QStringList{R"(add_quarantineFile a(ss) [[["/h/x","X"]]])"});
