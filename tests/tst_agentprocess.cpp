@@ -4,6 +4,8 @@
 // Restored threats that the daemon has dealt with meanwhile are not shown.
 #include "harness.h"
 
+#include "virusrecords.h"
+
 #include <fcntl.h>
 
 // An agent that ends with the test that started it.
@@ -167,25 +169,31 @@ private slots:
 
     void lateRiskBoxServiceLeavesNoSessionSilent()
     {
-        // Two threats left undecided by an agent without the risk-box service; meanwhile the second
-        // file is trusted. The next agent starts without the service too, and restored threats are
-        // not handed out before it comes: its ticks cost no failed box. A new threat is: it fails,
-        // and the dialog thread waits. Once the service comes, the new threat and the restored one
-        // that still needs a decision are shown; the one dealt with is forgotten without a box.
+        // Three threats left undecided by an agent without the risk-box service; meanwhile the second
+        // file is trusted and the third quarantined. The next agent starts without the service too,
+        // and restored threats are not handed out before it comes: its ticks cost no failed box. A
+        // new threat is: it fails, and the dialog thread waits. Once the service comes, the new
+        // threat and the restored one that still needs a decision are shown; those dealt with are
+        // forgotten without a box.
         QDir(m_folder).removeRecursively();
         m_peers.riskbox.stop();
         Agent agent;
         QVERIFY(started(agent, "restored 0"));
         m_peers.daemon.control("EmitMany",
-                               {"signal_showAuthDialog", QStringList{"R{n}", "", "/r{n}", "false"}, 2});
-        QTRY_COMPARE(journaled(), 2);
+                               {"signal_showAuthDialog", QStringList{"R{n}", "", "/r{n}", "false"}, 3});
+        QTRY_COMPARE(journaled(), 3);
         agent.kill();
         agent.waitForFinished();
-        QDBusMessage trust = QDBusMessage::createMethodCall("com.vorn.virus", "/daemon",
-                                                            "com.vorn.virus.daemon", "add_trustFile");
-        QCOMPARE(QDBusConnection::systemBus().call(trust << QStringList{"/r1"}).type(),
-                 QDBusMessage::ReplyMessage);
-        QVERIFY(started(agent, "restored 2"));
+        const auto daemonCall = [](const QString &method, const QVariant &argument) {
+            QDBusMessage call =
+                QDBusMessage::createMethodCall("com.vorn.virus", "/daemon", "com.vorn.virus.daemon", method);
+            return QDBusConnection::systemBus().call(call << argument).type() == QDBusMessage::ReplyMessage;
+        };
+        registerDaemonMetaTypes();
+        QVERIFY(
+            daemonCall("add_trustFile", QStringList{"/r1"}) &&
+            daemonCall("add_quarantineFile", QVariant::fromValue(SQuarantineFileInfoList{{"/r2", "R2"}})));
+        QVERIFY(started(agent, "restored 3"));
         QTest::qWait(2500);
         QCOMPARE(m_peers.log.summary().filter("reConnectionDBus failed"), QStringList());
         announce("N");

@@ -245,7 +245,8 @@ private slots:
         QMetaObject::invokeMethod(&writer, "add", Q_ARG(SVirusInfo, SVirusInfo({"a", "", "/", false})));
         // Two calls behind it: the add, then the write it asked for, have been done.
         for (int i = 0; i < 2; ++i)
-            QMetaObject::invokeMethod(&writer, [] {}, Qt::BlockingQueuedConnection);
+            QMetaObject::invokeMethod(
+                &writer, [] {}, Qt::BlockingQueuedConnection);
         setrlimit(RLIMIT_FSIZE, &saved);
         QCOMPARE(bytes(), QByteArray());
         QTRY_COMPARE_WITH_TIMEOUT(threatTexts(CThreatJournal::parse(bytes(), bytes().size()).threats),
