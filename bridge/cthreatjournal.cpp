@@ -277,13 +277,23 @@ private:
 };
 
 CThreatJournal::CThreatJournal(const QString &directory, const QByteArray &machineId)
+    : m_directory(directory), m_path(directory)
 {
     const QByteArray machine = machineId.isEmpty() ? QSysInfo::machineUniqueId() : machineId;
     m_prefix =
         QStringLiteral("journal2-%1-").arg(QString::fromLatin1(machine.isEmpty() ? "unknown" : machine));
-    if (!openFolder(directory) || !openOwn())
-        return;
+    open();
+}
+
+bool CThreatJournal::open()
+{
+    m_opening = false;
+    if (!openFolder() || !openOwn())
+        return false;
     takeOverEnded();
+    // Threats heard while no journal could be opened follow those it holds.
+    for (const SVirusInfo &info : std::exchange(m_waiting, SVirusInfoList()))
+        queue(info);
     // What was decided, or not valid, is dropped from the file now, before anything else is written.
     if (flush() && m_size != m_liveBytes) {
         const QString why = compact();
@@ -291,12 +301,26 @@ CThreatJournal::CThreatJournal(const QString &directory, const QByteArray &machi
             failed(why);
     }
     if (!isKept())
-        return;
+        return false;
     const QString restored =
         QStringLiteral("restored %1 undecided threats from %2").arg(m_restored.size()).arg(m_path);
     say(othersRunning() ? restored + QStringLiteral("; another agent of this user keeps its own in the same "
                                                     "folder, and this one takes them over when it ends")
                         : restored);
+    return true;
+}
+
+bool CThreatJournal::cannotOpen(const QString &why, int error)
+{
+    // A home that is read-only, full or failing now may not be later: what is heard meanwhile is
+    // kept in memory, and opening is tried again with each flush().
+    if (error != EROFS && error != ENOSPC && error != EDQUOT && error != EIO) {
+        stopKeeping(why);
+        return false;
+    }
+    m_opening = true;
+    failed(why);
+    return false;
 }
 
 CThreatJournal::~CThreatJournal()
@@ -319,18 +343,17 @@ SVirusInfoList CThreatJournal::takeRestored()
     return std::exchange(m_restored, SVirusInfoList());
 }
 
-bool CThreatJournal::openFolder(const QString &directory)
+bool CThreatJournal::openFolder()
 {
+    const QString &directory = m_directory;
     // The folders above are the user's own business; only the journal's own is made private.
     const QString parent = QFileInfo(directory).path();
     QDir().mkpath(parent);
     const QByteArray folder = QFile::encodeName(directory);
     struct stat st = {};
     const bool made = ::mkdir(folder.constData(), 0700) == 0;
-    if ((!made && errno != EEXIST) || ::lstat(folder.constData(), &st) != 0) {
-        stopKeeping(directory + QStringLiteral(": ") + lastError());
-        return false;
-    }
+    if ((!made && errno != EEXIST) || ::lstat(folder.constData(), &st) != 0)
+        return cannotOpen(directory + QStringLiteral(": ") + lastError(), errno);
     if (made)
         syncFolder(parent);
     const QString unsafe =
@@ -339,7 +362,6 @@ bool CThreatJournal::openFolder(const QString &directory)
         stopKeeping(unsafe);
         return false;
     }
-    m_directory = directory;
     return true;
 }
 
@@ -349,7 +371,9 @@ int CThreatJournal::openLocked(const QString &path, bool create, QString &unsafe
     const int fd =
         ::open(name.constData(), O_RDWR | O_APPEND | O_NOFOLLOW | O_CLOEXEC | (create ? O_CREAT : 0), 0600);
     if (fd < 0) {
+        const int error = errno;
         unsafe = path + QStringLiteral(": ") + lastError();
+        errno = error;
         return -1;
     }
     struct stat st = {}, named = {};
@@ -380,10 +404,8 @@ bool CThreatJournal::openOwn()
         const int fd = openLocked(path, true, unsafe);
         if (fd < 0 && (errno == EWOULDBLOCK || errno == ESTALE))
             continue;
-        if (fd < 0 && errno != EPERM) {
-            stopKeeping(unsafe);
-            return false;
-        }
+        if (fd < 0 && errno != EPERM)
+            return cannotOpen(unsafe, errno);
         if (fd < 0) {
             say(unsafe);
             m_leftAlone << path;
@@ -583,6 +605,8 @@ bool CThreatJournal::takeOver()
 
 quint64 CThreatJournal::add(const SVirusInfo &info)
 {
+    if (m_opening)
+        m_waiting << info;
     return isKept() ? queue(info) : 0;
 }
 
@@ -604,6 +628,13 @@ quint64 CThreatJournal::queue(const SVirusInfo &info)
 
 void CThreatJournal::remove(const SVirusInfo &info)
 {
+    const QByteArray what = identity(info);
+    const auto waiting = std::find_if(m_waiting.begin(), m_waiting.end(),
+                                      [&what](const SVirusInfo &w) { return identity(w) == what; });
+    if (waiting != m_waiting.end()) {
+        m_waiting.erase(waiting);
+        return;
+    }
     const auto found = isKept() ? findOldest(info) : m_records.end();
     if (found == m_records.end())
         return;
@@ -640,6 +671,8 @@ std::vector<CThreatJournal::Record>::iterator CThreatJournal::findOldest(const S
 
 bool CThreatJournal::flush()
 {
+    if (m_opening)
+        return open();
     if (!isKept())
         return true;
     if (!m_pending.isEmpty()) {
@@ -657,8 +690,9 @@ bool CThreatJournal::flush()
         m_size += m_pending.size();
         m_pending.clear();
         m_pendingThreat = false;
-        removeAdopted();
     }
+    if (!m_adopted.isEmpty())
+        removeAdopted();
     // The file follows the undecided threats, not the history: once decided records outweigh them,
     // and whenever none is left, it is rewritten without the decided ones.
     if ((m_records.empty() && m_size > 0) || m_size - m_liveBytes > std::max(m_liveBytes, kCompactSlack)) {
@@ -747,6 +781,7 @@ void CThreatJournal::stopKeeping(const QString &why)
         ::close(adopted.first);
     m_fd = -1;
     m_records.clear();
+    m_waiting.clear();
     m_pending.clear();
     m_others.clear();
     m_liveBytes = 0;

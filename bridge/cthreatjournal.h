@@ -35,6 +35,7 @@
 //
 // A write that fails (a full disk, a quota, a read-only remount, an I/O error) keeps what it could
 // not write in memory, cuts off what it may have written, and is tried again by the next flush().
+// A journal that cannot be opened for one of those reasons is tried again the same way.
 class CThreatJournal
 {
 public:
@@ -61,6 +62,7 @@ public:
     // Whether something queued could not be written: flush() is worth trying again later.
     bool writeFailing() const { return m_failing; }
     QString path() const { return m_path; }
+    QString directory() const { return m_directory; }
     // Queues a newly announced threat; its number, or 0 when none is kept.
     quint64 add(const SVirusInfo &info);
     // Queues the decision of the oldest undecided threat equal to info, whose handling succeeded.
@@ -132,7 +134,11 @@ private:
         bool readable = false;
     };
 
-    bool openFolder(const QString &directory);
+    // Opens the folder and this agent's journal, reads it and takes over what ended agents left.
+    bool open();
+    // Stops keeping threats, or, when the disk may take them later, keeps them in memory meanwhile.
+    bool cannotOpen(const QString &why, int error);
+    bool openFolder();
     bool openOwn();
     // Takes over what ended agents left; how many files it took.
     int takeOverEnded();
@@ -153,6 +159,8 @@ private:
 
     std::vector<Record> m_records;
     SVirusInfoList m_restored;
+    // Threats heard while no journal could be opened (m_opening); written once one can.
+    SVirusInfoList m_waiting;
     // How often each threat was decided here: with the undecided ones, what this agent has had.
     QHash<quint64, int> m_decided;
     // Bytes queued for the file, which begin at offset m_size.
@@ -175,6 +183,7 @@ private:
     // Bytes of a failed write may lie beyond m_size and must be cut off first.
     bool m_torn = false;
     bool m_failing = false;
+    bool m_opening = false;
 };
 
 #endif // CTHREATJOURNAL_H

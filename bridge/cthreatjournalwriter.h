@@ -3,11 +3,12 @@
 
 #include "cthreatjournal.h"
 
+#include <QDBusConnection>
+#include <QFileSystemWatcher>
 #include <QObject>
 #include <QThread>
 #include <QTimer>
 
-class QDBusConnection;
 class QSocketNotifier;
 
 // Keeps the journal on a thread of its own. It hears the daemon's announcements itself, on the
@@ -19,7 +20,8 @@ class QSocketNotifier;
 // What reaches it is written, and synced, once the events already queued to it are handled: a
 // burst of announcements shares a few syncs, and the sync never delays a box, which the GUI thread
 // shows meanwhile. Nothing ticks while all is written and no other agent keeps a journal: a timer
-// tries a failed write again, another takes over the journals of agents that end.
+// tries a failed write again, another takes over the journals of agents that end. Another agent's
+// journal appearing in the folder is noticed without a timer (inotify).
 //
 // SIGTERM, SIGINT and SIGHUP first let it write everything queued to it; then the signal ends the
 // process as it would have, so the session manager still sees a clean stop.
@@ -51,6 +53,8 @@ private:
     void flushSoon();
     void flush();
     void tryTakeOver();
+    // Hands on what the journal restored since, and runs the timers that are needed now.
+    void restoredAndTimers();
     // Writes what is queued, then lets the signal end the process.
     void drain(int signalNumber);
     static void onTerminationSignal(int signalNumber);
@@ -59,6 +63,8 @@ private:
     QThread m_thread;
     QTimer m_takeOverTimer;
     QTimer m_retryTimer;
+    QFileSystemWatcher m_folderWatcher;
+    QDBusConnection m_connection{QString()};
     QSocketNotifier *m_pSignalNotifier = nullptr;
     bool m_flushQueued = false;
 };

@@ -11,6 +11,9 @@
 # cut three seconds later. It prints one line per case and exits 0 when every threat came back, 1
 # when one did not, and 77 when it cannot run here (not root, no loop device, a tool missing).
 #
+# A third case starts the agent on a file system mounted read-only, announces a threat, remounts it
+# read-write and expects the threat written without another announcement, then restored.
+#
 # Nothing it does is seen outside: it runs in a private mount namespace, in a folder that is a
 # tmpfs there, the loop devices go with their mounts and what it starts dies with it (pdeathsig),
 # so even killed outright (a CTest timeout) it leaves nothing behind but that folder, empty.
@@ -213,8 +216,53 @@ power_cut() {
     fi
 }
 
+# read_only: the state folder's file system is read-only when the agent starts (a home mounted
+# read-only first, then read-write). A threat announced meanwhile waits in memory; once the file
+# system takes writes, it is written without another announcement, and the next agent restores it.
+read_only() {
+    local dir=$work/read-only title="a home read-only at start, then writable: the threat" got
+    said() { grep -q "$2" "$work/$1.out"; }
+    tried_box() { "$ctl" riskbox calls | grep -q create; }
+    mkdir "$dir"
+    truncate -s 32M "$dir/disk.img"
+    if ! mkfs.ext4 -q "$dir/disk.img" || ! attach "$dir/disk.img" "$dir/disk" ||
+        ! mkdir -m 0700 "$dir/disk/state" || ! mount -o remount,ro "$dir/disk"; then
+        echo "$title: not tested: no file system"
+        return 1
+    fi
+    # The box cannot be made, so that no answer or timeout decides the threat.
+    "$ctl" riskbox fail create > /dev/null
+    "$ctl" daemon clear-calls > /dev/null
+    run_agent read-only-before "$dir/disk"
+    if ! wait_for 20 said read-only-before "cannot write to .*Read-only file system" || ! wait_for 15 connected; then
+        echo "$title: not tested: the agent did not start as expected"
+        tail -n 20 "$work/read-only-before.out" >&2
+        return 1
+    fi
+    "$ctl" daemon emit signal_showAuthDialog EICAR-Test-File "" /home/user/Downloads/read-only.com false > /dev/null
+    # Its box was tried: the agent has it, and so has its journal thread.
+    wait_for 15 tried_box
+    mount -o remount,rw "$dir/disk"
+    wait_for 20 said read-only-before "works again"
+    kill -TERM "$agent_pid"
+    wait "$agent_pid" 2> /dev/null
+    "$ctl" riskbox reset > /dev/null
+    run_agent read-only-after "$dir/disk"
+    wait_for 20 said_restored "$work/read-only-after.out"
+    got=$(restored "$work/read-only-after.out")
+    kill -KILL "$agent_pid" 2> /dev/null
+    wait "$agent_pid" 2> /dev/null
+    detach "$dir/disk"
+    echo "$title: ${got:-none} of 1 restored"
+    if [ "$got" != 1 ]; then
+        grep '^threat journal:' "$work/read-only-before.out" "$work/read-only-after.out" >&2
+        return 1
+    fi
+}
+
 status=0
 power_cut three 3 box 1 "power cut 1 s after 3 threats" || status=1
 power_cut burst 2000 sent 3 "power cut 3 s after a burst of 2000 threats" || status=1
+read_only || status=1
 [ $status -eq 0 ] || echo "power-cut-check: FAILED" >&2
 exit $status

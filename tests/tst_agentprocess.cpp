@@ -232,27 +232,39 @@ private slots:
     void secondLoginTakesTheJournalOver()
     {
         // Both agents show X, and each writes it down at once; the first ends, and the second takes
-        // its journal over without showing X again, shows Y and is killed: the next agent restores
-        // both, once each.
+        // its journal over without showing X again. A third agent starts later; both show Y, and
+        // the third is killed: the second, which was there first, takes its journal over too. It is
+        // killed in turn, and the next agent restores X and Y, once each.
         QDir(m_folder).removeRecursively();
         QVERIFY(m_peers.riskbox.start());
         Agent agents[3];
+        const char *another = "takes them over when it ends";
         QVERIFY(started(agents[0], "restored 0"));
-        QVERIFY(started(agents[1], "takes them over when it ends"));
+        QVERIFY(started(agents[1], another));
         announce("X");
         QTRY_COMPARE_WITH_TIMEOUT(shown().count("X"), 2, 15000);
         QCOMPARE(journaled(), 2);
         closeBoxes();
+        const auto tookOver = [](Agent &agent) {
+            QByteArray out;
+            return QTest::qWaitFor(
+                [&] {
+                    return (out += agent.readAllStandardOutput())
+                        .contains("took over 1 journals of agents that have ended: 0 ");
+                },
+                15000);
+        };
         agents[0].terminate();
-        QVERIFY(agents[0].waitForFinished());
-        QByteArray out;
-        QTRY_VERIFY_WITH_TIMEOUT((out += agents[1].readAllStandardOutput())
-                                     .contains("took over 1 journals of agents that have ended: 0 "),
-                                 15000);
+        QVERIFY(agents[0].waitForFinished() && tookOver(agents[1]));
+        QVERIFY(started(agents[2], another));
         announce("Y");
-        QTRY_COMPARE(journaled(), 2);
+        QTRY_COMPARE_WITH_TIMEOUT(shown().count("Y"), 2, 15000);
+        closeBoxes();
+        agents[2].kill();
+        QVERIFY(tookOver(agents[1]));
+        QCOMPARE(journaled(), 2);
         agents[1].kill();
-        QVERIFY2(started(agents[2], "restored 2"), agents[2].readAllStandardOutput().constData());
+        QVERIFY2(started(agents[0], "restored 2"), agents[0].readAllStandardOutput().constData());
     }
 
     void closedOutputPipeDoesNotEndTheAgent()
