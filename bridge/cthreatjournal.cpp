@@ -2,6 +2,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QRegularExpression>
 #include <QSysInfo>
 
 #include <algorithm>
@@ -288,7 +289,16 @@ CThreatJournal::CThreatJournal(const QString &directory, const QByteArray &machi
 bool CThreatJournal::open()
 {
     m_opening = false;
-    if (!openFolder() || !openOwn())
+    if (!openFolder())
+        return false;
+    // A later version writes a format of its own under a name of its own: it is not read, nor
+    // touched.
+    static const QRegularExpression otherVersion(QStringLiteral("^journal(?!2-)\\d+-"));
+    for (const QString &name : QDir(m_directory).entryList({QStringLiteral("journal*")}, QDir::Files))
+        if (otherVersion.match(name).hasMatch())
+            say(QStringLiteral("%1/%2 is a journal of another version of the agent; it is left as it is")
+                    .arg(m_directory, name));
+    if (!openOwn())
         return false;
     takeOverEnded();
     // Threats heard while no journal could be opened follow those it holds.
