@@ -424,13 +424,8 @@ bool CThreatJournal::openOwn()
         if (!existed)
             syncFolder(m_directory);
         Opened file = readFile(fd, path);
-        if (!file.readable) {
-            say(file.contents.problem + QStringLiteral(" in %1; it is left as it is").arg(path));
-            m_leftAlone << path;
-            ::close(fd);
+        if (!usable(file))
             continue;
-        }
-        setAside(file);
         m_fd = fd;
         m_path = path;
         m_size = QFileInfo(path).size();
@@ -473,6 +468,18 @@ CThreatJournal::Opened CThreatJournal::readFile(int fd, const QString &path)
     file.readable = !reader.tooLong();
     file.contents = reader.finish();
     return file;
+}
+
+bool CThreatJournal::usable(const Opened &file)
+{
+    if (!file.readable) {
+        say(file.contents.problem + QStringLiteral(" in %1; it is left as it is").arg(file.path));
+        m_leftAlone << file.path;
+        ::close(file.fd);
+        return false;
+    }
+    setAside(file);
+    return true;
 }
 
 void CThreatJournal::setAside(const Opened &file)
@@ -538,9 +545,7 @@ int CThreatJournal::takeOverEnded()
     int taken = 0;
     for (const QString &name : names) {
         const QString path = folder.filePath(name);
-        const bool adopted = std::any_of(m_adopted.begin(), m_adopted.end(),
-                                         [&path](const QPair<int, QString> &a) { return a.second == path; });
-        if (!isSlot(name, m_prefix) || path == m_path || adopted || m_leftAlone.contains(path))
+        if (!isSlot(name, m_prefix) || path == m_path || adopting(path) || m_leftAlone.contains(path))
             continue;
         QString unsafe;
         const int fd = openLocked(path, false, unsafe);
@@ -554,13 +559,8 @@ int CThreatJournal::takeOverEnded()
         if (fd < 0)
             continue;
         const Opened file = readFile(fd, path);
-        if (!file.readable) {
-            say(file.contents.problem + QStringLiteral(" in %1; it is left as it is").arg(path));
-            m_leftAlone << path;
-            ::close(fd);
+        if (!usable(file))
             continue;
-        }
-        setAside(file);
         adopt(file);
         m_adopted << qMakePair(fd, path);
         ++taken;
@@ -568,9 +568,7 @@ int CThreatJournal::takeOverEnded()
     // The journal of 1.1.0, held through its lock, which its agent never removes.
     const QString legacy = m_directory + QStringLiteral("/journal");
     QString unsafe;
-    if (!QFileInfo::exists(legacy) || m_leftAlone.contains(legacy) ||
-        std::any_of(m_adopted.begin(), m_adopted.end(),
-                    [&legacy](const QPair<int, QString> &a) { return a.second == legacy; }))
+    if (!QFileInfo::exists(legacy) || m_leftAlone.contains(legacy) || adopting(legacy))
         return taken;
     const int lockFd = openLocked(m_directory + QStringLiteral("/lock"), true, unsafe);
     if (lockFd < 0) {
@@ -596,6 +594,12 @@ int CThreatJournal::takeOverEnded()
     if (fd >= 0)
         ::close(fd);
     return taken;
+}
+
+bool CThreatJournal::adopting(const QString &path) const
+{
+    return std::any_of(m_adopted.begin(), m_adopted.end(),
+                       [&path](const QPair<int, QString> &adopted) { return adopted.second == path; });
 }
 
 bool CThreatJournal::takeOver()

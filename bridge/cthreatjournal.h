@@ -145,8 +145,12 @@ private:
     // Opens, locks and checks path; -1 with errno EWOULDBLOCK when another agent holds it.
     int openLocked(const QString &path, bool create, QString &unsafe);
     Opened readFile(int fd, const QString &path);
+    // Whether a file read can be used; one that cannot is left as it is, and closed.
+    bool usable(const Opened &file);
     void setAside(const Opened &file);
     void adopt(const Opened &file);
+    // Whether path was taken over and waits to be removed.
+    bool adopting(const QString &path) const;
     void takeOverLegacy();
     quint64 queue(const SVirusInfo &info);
     QByteArray recordBytes(const Record &record) const;

@@ -141,6 +141,23 @@ run_agent() {
     agent_pid=${pids[-1]}
 }
 
+# restores NAME MOUNT COUNT TITLE: starts an agent on the file system mounted at MOUNT, prints how
+# many of COUNT threats it restored, then unmounts it. Returns 1 unless all.
+restores() {
+    local name=$1 at=$2 count=$3 title=$4 got
+    run_agent "$name" "$at"
+    wait_for 20 said_restored "$work/$name.out"
+    got=$(restored "$work/$name.out")
+    kill -KILL "$agent_pid" 2> /dev/null
+    wait "$agent_pid" 2> /dev/null
+    detach "$at"
+    echo "$title: ${got:-none} of $count restored"
+    if [ "$got" != "$count" ]; then
+        grep '^threat journal:' "$work/$name.out" >&2
+        return 1
+    fi
+}
+
 # power_cut NAME COUNT FROM SECONDS TITLE: announces COUNT threats at once, cuts the power SECONDS
 # after FROM (box: the first threat's box is on screen; sent: the daemon has sent them all) and
 # prints how many of them an agent started on what the disk kept restores. Returns 1 unless all.
@@ -203,17 +220,7 @@ power_cut() {
         echo "$title: the file system after the cut does not mount"
         return 1
     fi
-    run_agent "$name-after" "$dir/cut"
-    wait_for 20 said_restored "$work/$name-after.out"
-    got=$(restored "$work/$name-after.out")
-    kill -KILL "$agent_pid" 2> /dev/null
-    wait "$agent_pid" 2> /dev/null
-    detach "$dir/cut"
-    echo "$title: ${got:-none} of $count restored"
-    if [ "$got" != "$count" ]; then
-        grep '^threat journal:' "$work/$name-after.out" >&2
-        return 1
-    fi
+    restores "$name-after" "$dir/cut" "$count" "$title"
 }
 
 # read_only: the state folder's file system is read-only when the agent starts (a home mounted
@@ -247,17 +254,7 @@ read_only() {
     kill -TERM "$agent_pid"
     wait "$agent_pid" 2> /dev/null
     "$ctl" riskbox reset > /dev/null
-    run_agent read-only-after "$dir/disk"
-    wait_for 20 said_restored "$work/read-only-after.out"
-    got=$(restored "$work/read-only-after.out")
-    kill -KILL "$agent_pid" 2> /dev/null
-    wait "$agent_pid" 2> /dev/null
-    detach "$dir/disk"
-    echo "$title: ${got:-none} of 1 restored"
-    if [ "$got" != 1 ]; then
-        grep '^threat journal:' "$work/read-only-before.out" "$work/read-only-after.out" >&2
-        return 1
-    fi
+    restores read-only-after "$dir/disk" 1 "$title"
 }
 
 status=0
