@@ -610,10 +610,11 @@ bool CThreatJournal::takeOver()
     const int taken = takeOverEnded();
     if (taken == 0)
         return false;
+    // Said once what they held is written here and they are removed (unless writing failed).
+    flush();
     say(QStringLiteral("took over %1 journals of agents that have ended: %2 undecided threats to restore")
             .arg(taken)
             .arg(m_restored.size() - restoredBefore));
-    flush();
     return true;
 }
 
