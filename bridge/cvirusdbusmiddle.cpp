@@ -52,14 +52,7 @@ CVirusDbusMiddle::CVirusDbusMiddle(QObject *parent) : QObject(parent)
     // The risk-box service is reached on a private connection of its own, so its traffic does not
     // share the default system-bus connection used for the daemon.
     QDBusConnection::connectToBus(QDBusConnection::SystemBus, m_connectionName);
-    // Watched on the connection its answers arrive on, so that an owner's change is seen before
-    // anything the next owner sends.
-    m_pOwnerWatcher = new QDBusServiceWatcher(kNotifyService, QDBusConnection(m_connectionName),
-                                              QDBusServiceWatcher::WatchForOwnerChange, this);
-    connect(m_pOwnerWatcher, &QDBusServiceWatcher::serviceOwnerChanged, this,
-            [this](const QString &, const QString &oldOwner, const QString &newOwner) {
-                riskBoxOwnerChanged(oldOwner, newOwner);
-            });
+    watchRiskBoxOwner();
     createNotifyInterface();
     if (!m_pNotifyInterface->isValid())
         CVornGenLog::getInstance()->writeLog(CVornGenLog::VirusScan, 1,
@@ -192,6 +185,20 @@ bool CVirusDbusMiddle::notifyInterfaceUsable() const
     return m_pNotifyInterface->isValid() && hasResultSignal();
 }
 
+void CVirusDbusMiddle::watchRiskBoxOwner()
+{
+    // Watched on the connection its answers arrive on, so that an owner's change is seen before
+    // anything the next owner sends. A new connection of the same name gets a new watcher: one
+    // told to move to a connection of its own connection's name stays where it was.
+    delete m_pOwnerWatcher;
+    m_pOwnerWatcher = new QDBusServiceWatcher(kNotifyService, QDBusConnection(m_connectionName),
+                                              QDBusServiceWatcher::WatchForOwnerChange, this);
+    connect(m_pOwnerWatcher, &QDBusServiceWatcher::serviceOwnerChanged, this,
+            [this](const QString &, const QString &oldOwner, const QString &newOwner) {
+                riskBoxOwnerChanged(oldOwner, newOwner);
+            });
+}
+
 void CVirusDbusMiddle::createNotifyInterface()
 {
     m_pNotifyInterface =
@@ -208,7 +215,7 @@ bool CVirusDbusMiddle::reConnectionDBus()
     }
     QDBusConnection::disconnectFromBus(m_connectionName);
     QDBusConnection::connectToBus(QDBusConnection::SystemBus, m_connectionName);
-    m_pOwnerWatcher->setConnection(QDBusConnection(m_connectionName));
+    watchRiskBoxOwner();
     createNotifyInterface();
     if (!m_pNotifyInterface->isValid()) {
         // The invalid interface stays in place: the next box tries again.

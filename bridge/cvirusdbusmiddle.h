@@ -130,6 +130,7 @@ private:
 
     explicit CVirusDbusMiddle(QObject *parent = nullptr);
 
+    void watchRiskBoxOwner();
     void createNotifyInterface();
     // A dynamic interface knows signalResult only if it could introspect its peer when it was
     // made. One made while the service was away turns valid when the service appears, but still
