@@ -239,7 +239,6 @@ int CVirusDbusMiddle::callNotifyMethod(QList<QVariant> &replyArgs, const QString
         return -1;
     }
     replyArgs = response.arguments();
-    m_lastNotifySender = response.service();
     return 0;
 }
 

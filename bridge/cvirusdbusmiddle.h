@@ -181,10 +181,9 @@ private:
     // whether the dialog thread waits for a box that failed.
     SVirusInfoList m_unshown;
     bool m_threadWaiting = false;
-    // The risk-box service's owner as the private connection sees it, the one that sent the last
-    // reply, and those that have left the name (a unique name never returns).
+    // The risk-box service's owner as the private connection sees it, and those that have left the
+    // name (a unique name never returns).
     QDBusServiceWatcher *m_pOwnerWatcher = nullptr;
-    QString m_lastNotifySender;
     QSet<QString> m_goneOwners;
     QMap<int, SVirusBoxInfo> virusMap;
     QDBusInterface *m_pNotifyInterface = nullptr;

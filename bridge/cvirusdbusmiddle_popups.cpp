@@ -7,6 +7,8 @@
 #include "cvorngenlog.h"
 #include "vorntext.h"
 
+#include <QDBusConnectionInterface>
+#include <QDBusInterface>
 #include <QRegularExpression>
 
 #include <cstdio>
@@ -79,14 +81,16 @@ int CVirusDbusMiddle::showAnsweredBox(int createType, const QStringList &content
     // A box that failed at any step is never remembered; one already created is not withdrawn.
     if (failedStep != BoxStep::None)
         return ret;
-    // The instance that drew it answered last. An earlier one has gone, even if its going has not
-    // been seen yet.
-    if (!virusMap.isEmpty() && virusMap.last().owner != m_lastNotifySender)
+    // The instance that owns the name now drew it (Qt 6.8 no longer names the sender of a reply,
+    // so the bus is asked). An earlier one has gone, even if its going has not been seen yet.
+    const QString owner =
+        m_pNotifyInterface->connection().interface()->serviceOwner(m_pNotifyInterface->service()).value();
+    if (!virusMap.isEmpty() && virusMap.last().owner != owner)
         for (const SVirusBoxInfo &other : virusMap.values())
-            if (other.owner != m_lastNotifySender)
+            if (other.owner != owner)
                 ownerGone(other.owner);
     SVirusBoxInfo drawn = entry;
-    drawn.owner = m_lastNotifySender;
+    drawn.owner = owner;
     virusMap.insert(iId, drawn);
     return ret;
 }
