@@ -4,7 +4,7 @@ one table with the builds side by side and the targets:
 
 - resident memory after start, against a bare Qt Widgets + D-Bus process with the same two
   connections (bench/baseline.cpp);
-- CPU while idle;
+- CPU and wake-ups while idle;
 - the latency from signal_sysPop to the notice's "show" and from signalResult to the daemon call,
   for the agent and for the bare process making the same calls;
 - the time a flood takes to be queued and journaled, the journal's bytes per undecided threat, and
@@ -63,6 +63,27 @@ def cpu_ns(pid):
         except (FileNotFoundError, ProcessLookupError):
             pass  # a thread that ended meanwhile
     return total
+
+
+def run_counts(pid):
+    """How many times each of the process's threads has been put on a core so far (the third field
+    of its schedstat), by thread id. A thread with nothing to do is put on a core only when it
+    wakes up."""
+    counts = {}
+    for path in glob.glob(f"/proc/{pid}/task/*/schedstat"):
+        try:
+            with open(path) as schedstat:
+                counts[path.split("/")[-2]] = int(schedstat.read().split()[2])
+        except (FileNotFoundError, ProcessLookupError):
+            pass  # a thread that ended meanwhile
+    return counts
+
+
+def wake_ups(before, after):
+    """The wake-ups of all the process's threads between two run_counts. A thread that started in
+    between counts all of its own; one that ended in between can no longer be read, so its wake-ups
+    in between are missing (the figure is then too low)."""
+    return sum(count - before.get(thread, 0) for thread, count in after.items())
 
 
 def wait_until(condition, seconds, what):
@@ -243,9 +264,10 @@ def agent_start(run):
 
 def agent_idle(run):
     pid = run.figures["agent_pid"]
-    before = cpu_ns(pid)
+    before, runs = cpu_ns(pid), run_counts(pid)
     time.sleep(IDLE_SECONDS)
     run.figures["idle_cpu"] = (cpu_ns(pid) - before) / 1e9 / IDLE_SECONDS * 100
+    run.figures["idle_wake_ups"] = wake_ups(runs, run_counts(pid)) / IDLE_SECONDS
 
 
 def agent_rounds(run):
@@ -349,6 +371,7 @@ ROWS = [
      ("at most 1.10", lambda f: ratio(f, "agent_rss", "bare_rss") <= 1.10)),
     (f"CPU while idle, over {IDLE_SECONDS} s", lambda f: f"{f['idle_cpu']:.4f}% of a core",
      ("under 0.05%", lambda f: f["idle_cpu"] < 0.05)),
+    ("  wake-ups while idle", lambda f: f"{f['idle_wake_ups']:.1f} per s", None),
     ("notice: signal_sysPop -> show, p50 / p95", lambda f: latency(f["agent_show"]), None),
     ("  bare QtDBus client, same calls", lambda f: latency(f["bare_show"]), None),
     ("  agent / bare, p50", lambda f: f"{ratio(f, 'agent_show', 'bare_show'):.2f}",
