@@ -152,11 +152,19 @@ void CVirusDbusMiddle::ownerGone(const QString &owner)
 
 void CVirusDbusMiddle::riskBoxOwnerChanged(const QString &oldOwner, const QString &newOwner)
 {
+    // At once, so that no answer the next owner sends can be taken for the old owner's.
     ownerGone(oldOwner);
     if (newOwner.isEmpty())
         return;
-    queueRestored({}, true);
-    showUnshown();
+    // The boxes are raised from the event loop, not inside the watcher's signal: they make blocking
+    // calls on the connection the watcher listens on, and may rebuild it.
+    QMetaObject::invokeMethod(
+        this,
+        [this] {
+            queueRestored({}, true);
+            showUnshown();
+        },
+        Qt::QueuedConnection);
 }
 
 void CVirusDbusMiddle::showUnshown()
@@ -190,7 +198,11 @@ void CVirusDbusMiddle::watchRiskBoxOwner()
     // Watched on the connection its answers arrive on, so that an owner's change is seen before
     // anything the next owner sends. A new connection of the same name gets a new watcher: one
     // told to move to a connection of its own connection's name stays where it was.
-    delete m_pOwnerWatcher;
+    // A reconnection may run inside the old watcher's own signal: it is let go, not deleted there.
+    if (m_pOwnerWatcher) {
+        m_pOwnerWatcher->disconnect(this);
+        m_pOwnerWatcher->deleteLater();
+    }
     m_pOwnerWatcher = new QDBusServiceWatcher(kNotifyService, QDBusConnection(m_connectionName),
                                               QDBusServiceWatcher::WatchForOwnerChange, this);
     connect(m_pOwnerWatcher, &QDBusServiceWatcher::serviceOwnerChanged, this,
