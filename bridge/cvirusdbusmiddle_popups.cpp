@@ -12,6 +12,7 @@
 #include <QRegularExpression>
 
 #include <cstdio>
+#include <utility>
 
 namespace {
 
@@ -86,7 +87,7 @@ int CVirusDbusMiddle::showAnsweredBox(int createType, const QStringList &content
     const QString owner =
         m_pNotifyInterface->connection().interface()->serviceOwner(m_pNotifyInterface->service()).value();
     if (!virusMap.isEmpty() && virusMap.last().owner != owner)
-        for (const SVirusBoxInfo &other : virusMap.values())
+        for (const SVirusBoxInfo &other : std::as_const(virusMap))
             if (other.owner != owner)
                 ownerGone(other.owner);
     SVirusBoxInfo drawn = entry;
