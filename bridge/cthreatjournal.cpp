@@ -405,14 +405,44 @@ int CThreatJournal::openLocked(const QString &path, bool create, QString &unsafe
     return -1;
 }
 
+int CThreatJournal::createLocked(const QString &path, QString &unsafe)
+{
+    // A new journal appears in the folder locked already, so that no agent looking for ended ones
+    // takes it before its agent could lock it.
+    const QByteArray name = QFile::encodeName(path);
+    const QByteArray temporary = name + ".new" + QByteArray::number(getpid());
+    ::unlink(temporary.constData());
+    const int fd =
+        ::open(temporary.constData(), O_RDWR | O_APPEND | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+    int error = 0;
+    if (fd < 0 || ::flock(fd, LOCK_EX | LOCK_NB) != 0 || ::link(temporary.constData(), name.constData()) != 0)
+        error = errno;
+    if (fd >= 0)
+        ::unlink(temporary.constData());
+    if (error == 0)
+        return fd;
+    if (fd >= 0)
+        ::close(fd);
+    // A file system without hard links gets the file made in place.
+    if (error == EPERM || error == EOPNOTSUPP)
+        return openLocked(path, true, unsafe);
+    unsafe = path + QStringLiteral(": ") + QString::fromLocal8Bit(std::strerror(error));
+    errno = error == EEXIST ? ESTALE : error;
+    return -1;
+}
+
 bool CThreatJournal::openOwn()
 {
+    int vanished = 0;
     for (int slot = 1; slot <= kSlots; ++slot) {
         const QString path = m_directory + QLatin1Char('/') + m_prefix + QString::number(slot);
         const bool existed = QFileInfo(path).isSymLink() || QFileInfo::exists(path);
         QString unsafe;
-        const int fd = openLocked(path, true, unsafe);
-        if (fd < 0 && (errno == EWOULDBLOCK || errno == ESTALE))
+        const int fd = existed ? openLocked(path, false, unsafe) : createLocked(path, unsafe);
+        // Taken over and removed since it was seen: the slot is free now.
+        if (fd < 0 && errno == ENOENT && ++vanished < 3)
+            --slot;
+        if (fd < 0 && (errno == EWOULDBLOCK || errno == ESTALE || errno == ENOENT))
             continue;
         if (fd < 0 && errno != EPERM)
             return cannotOpen(unsafe, errno);

@@ -144,6 +144,9 @@ private:
     int takeOverEnded();
     // Opens, locks and checks path; -1 with errno EWOULDBLOCK when another agent holds it.
     int openLocked(const QString &path, bool create, QString &unsafe);
+    // Makes path as a new journal, locked before it appears; -1 with errno ESTALE when another
+    // agent made it first.
+    int createLocked(const QString &path, QString &unsafe);
     Opened readFile(int fd, const QString &path);
     // Whether a file read can be used; one that cannot is left as it is, and closed.
     bool usable(const Opened &file);
