@@ -9,9 +9,14 @@ trap 'rm -rf "$stage"' EXIT
 prefix=$(sed -n 's/^CMAKE_INSTALL_PREFIX:PATH=//p' "$build/CMakeCache.txt")
 DESTDIR=$stage cmake --install "$build" > /dev/null
 status=0
-# The /usr prefix's configuration goes to /etc, where sessions read autostart entries; any other
-# prefix keeps it below itself, where a session reads it only through XDG_CONFIG_DIRS.
-etc=$([ "$prefix" = /usr ] && echo /etc || echo "$prefix/etc")
+# The /usr prefix's configuration goes to /etc, where sessions read autostart entries, and an
+# /opt/NAME prefix's to /etc/opt/NAME, as GNUInstallDirs maps them; any other prefix keeps it below
+# itself, where a session reads it only through XDG_CONFIG_DIRS.
+case "$prefix" in
+    /usr) etc=/etc ;;
+    /opt/*) etc=/etc$prefix ;;
+    *) etc=$prefix/etc ;;
+esac
 expected=("$etc/xdg/autostart/vorn-virus-agent.desktop" "$prefix/bin/vorn-virus-agent"
     "$prefix/share/locale/zh_CN/LC_MESSAGES/vorn-defender.mo" "$prefix/share/man/man1/vorn-virus-agent.1"
     "$prefix/lib/systemd/user/vorn-virus-agent.service")
