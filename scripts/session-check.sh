@@ -136,22 +136,8 @@ secs() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.2f s", b - a }'; }
 below() { awk -v a="$1" -v b="$2" -v max="$3" 'BEGIN { exit !(b - a < max) }'; }
 
 # ---- The packages, with a stand-in for the platform's event log. ----
-arch=$(dpkg --print-architecture)
-lib=$(dpkg-deb -c "$packages"/vorn-virus-agent-devtools_*.deb | awk '{print $6}' | grep '/libhalvo_log\.so\.0$' | sed 's|^\./||')
-[ -n "$lib" ] || die "the devtools package has no stand-in event log"
-stub=$ns/libhalvo-log0
-mkdir -p "$stub/DEBIAN" "$stub/$(dirname "$(dirname "$lib")")"
-ln -s "$(basename "$(dirname "$lib")")/libhalvo_log.so.0" "$stub/$(dirname "$(dirname "$lib")")/libhalvo_log.so.0"
-cat > "$stub/DEBIAN/control" << EOF
-Package: libhalvo-log0
-Version: 0~sessioncheck
-Architecture: $arch
-Maintainer: Vorn agent team <security@tarsel.com>
-Depends: vorn-virus-agent-devtools
-Description: stand-in for the platform's security event log
- The recording stand-in of the devtools package, where the platform's library would be.
-EOF
-dpkg-deb --root-owner-group --build "$stub" "$ns/libhalvo-log0.deb" > /dev/null || exit 1
+"$top/scripts/halvo-log-stub.sh" "$packages" "$ns/libhalvo-log0.deb" 2> "$ns/stub.log" ||
+    die "no stand-in event-log package: $(cat "$ns/stub.log")"
 dpkg -i "$ns/libhalvo-log0.deb" "$packages"/vorn-virus-agent_*.deb "$packages"/vorn-virus-agent-devtools_*.deb \
     > "$ns/dpkg.log" 2>&1 || die "the packages did not install"
 unit=/usr/lib/systemd/user/vorn-virus-agent.service
