@@ -185,7 +185,10 @@ def main():
     subprocess.run([os.path.join(TOP, "scripts", "deps.sh"), "build"], check=True)
     os.makedirs(LOGS, exist_ok=True)
     copy_tree()
-    if run(["cmake", "-S", SRC, "-B", BUILD, "-DCMAKE_BUILD_TYPE=Debug"], os.path.join(LOGS, "configure.log")):
+    # The prefix of the presets and the packages: under another, a mutant of the install paths
+    # could not be told from the original.
+    configure = ["cmake", "-S", SRC, "-B", BUILD, "-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_INSTALL_PREFIX=/usr"]
+    if run(configure, os.path.join(LOGS, "configure.log")):
         sys.exit("configure failed: see %s" % os.path.join(LOGS, "configure.log"))
     if not build(os.path.join(LOGS, "build.log")) or not suite(os.path.join(LOGS, "unmutated.log"), args.jobs):
         sys.exit("the unmutated tree does not build or pass: see %s" % LOGS)
