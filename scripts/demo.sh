@@ -33,26 +33,27 @@ cmake --build "$build" -j "$(nproc)" --target vorn-virus-agent vorn-standin-daem
     vorn-standin-ctl translations > /dev/null
 scene=(env VORN_DEMO_AUTO=$auto VORN_BUILD_DIR="$build" "$top/tests/run-with-bus.sh" "$top/scripts/demo-scene.sh")
 # The agent reads its catalogues from /usr/share/locale, nowhere else. On a machine without them
-# (the package not installed), the scene runs as root in a mount namespace of its own in which the
-# build's catalogues stand there, so it plays in the session's language all the same; nothing on
-# the machine changes, and the namespace ends with the scene.
+# (the package not installed), the scene runs in a user and mount namespace of its own in which
+# the build's catalogues stand there, so it plays in the session's language all the same, as any
+# user and without root. The mount is seen by the scene alone and ends with it; --no-mtab keeps it
+# out of the machine's record of mounts in /run/mount, which a /run that anyone may write (some
+# containers' and chroots') would otherwise take from the namespace's root. Inside, the user is root
+# of that namespace only, and the bus, the stand-ins and the agent all run as that one user, so the
+# bus's EXTERNAL authentication goes as outside. Root takes the same way; where the kernel lends no
+# user namespace, root still gets a mount namespace.
 if ! ls /usr/share/locale/*/LC_MESSAGES/vorn-defender.mo > /dev/null 2>&1; then
-    if [ "$(id -u)" -ne 0 ]; then
-        echo "== The agent's catalogues are not installed: the boxes are in English (install the" \
-            "package, or run the demo as root)"
-    elif unshare --mount true 2> /dev/null; then
-        exec unshare --mount sh -c 'mount --bind "$0" /usr/share/locale && exec "$@"' "$build/locale" "${scene[@]}"
-    else
-        # No mount namespace to be had (in a chroot, whose root is no mount point): the catalogues
-        # are installed for the scene's length and removed after it.
-        installed=()
-        trap 'rm -f "${installed[@]}"' EXIT
-        for mo in "$build"/locale/*/LC_MESSAGES/vorn-defender.mo; do
-            installed+=("/usr/share/locale/${mo#"$build/locale/"}")
-            install -D -m 644 "$mo" "${installed[-1]}"
-        done
-        "${scene[@]}"
-        exit
-    fi
+    lend=(sh -c 'mount --no-mtab --bind "$0" /usr/share/locale && exec "$@"' "$build/locale")
+    why=
+    for namespace in "--user --map-root-user --mount" "--mount"; do
+        read -ra options <<< "$namespace"
+        # Tried first with a command that only mounts: the kernel, or a security module, may grant
+        # the namespace and still refuse the mount in it.
+        if refused=$(unshare "${options[@]}" "${lend[@]}" true 2>&1); then
+            exec unshare "${options[@]}" "${lend[@]}" "${scene[@]}"
+        fi
+        why=${why:-${refused:-unshare failed}}
+    done
+    echo "== The boxes are in English: no namespace can be made here to lend the agent the" \
+        "build's catalogues (${why//$'\n'/; })"
 fi
 exec "${scene[@]}"
