@@ -24,16 +24,7 @@ fi
 
 say() { printf '\n== %s\n' "$*"; }
 fail() { transcript; printf '\nDEMO FAILED: %s\n' "$*"; exit 1; }
-# Waits up to $1 seconds until the command that follows succeeds.
-wait_for() {
-    local limit=$1 i
-    shift
-    for ((i = 0; i < limit * 10; i++)); do
-        "$@" > /dev/null 2>&1 && return 0
-        sleep 0.1
-    done
-    return 1
-}
+. "$(dirname "$0")/common.sh"
 # A text as the agent shows it: the same domain, looked up where the agent looks.
 t() { TEXTDOMAINDIR=/usr/share/locale gettext -d vorn-defender -- "$1"; }
 state_has() { "$ctl" daemon state | grep -q "$1"; }

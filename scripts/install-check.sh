@@ -19,6 +19,8 @@
 # Debian mirror, most of it making the chroot.
 set -u
 top=$(cd "$(dirname "$0")/.." && pwd)
+# Beside this script, in the repository and in the copy the chroot runs.
+. "$(dirname "$0")/common.sh"
 
 # ---- Inside the chroot: scripts/install-check.sh --inside STAGE, STAGE being under /out. ----
 if [ "${1:-}" = --inside ]; then
@@ -46,16 +48,6 @@ if [ "${1:-}" = --inside ]; then
     }
     skip() { echo "skip $*" > "$result"; exit 77; }
     say() { echo "install-check: $*"; }
-    # Polls until the command succeeds, for at most $1 seconds.
-    wait_for() {
-        local limit=$1 i
-        shift
-        for ((i = 0; i < limit * 20; i++)); do
-            "$@" > /dev/null 2>&1 && return 0
-            sleep 0.05
-        done
-        return 1
-    }
     # The installed packages' size in KiB, as their control files state it.
     size() { dpkg-query -W -f='${db:Status-Abbrev} ${Installed-Size}\n' | awk '$1 == "ii" { kb += $2 } END { print kb }'; }
     mb() { awk -v kb="$1" 'BEGIN { printf "%.0f MB", kb / 1024 }'; }
@@ -220,6 +212,7 @@ trap 'exit 130' INT
 trap 'exit 129' HUP
 cp "$agent" "$devtools" "$top/tests/private-bus.conf" "$stage/"
 cp "$top/scripts/$(basename "$0")" "$stage/install-check.sh"
+cp "$top/scripts/common.sh" "$stage/"
 "$top/scripts/halvo-log-stub.sh" "$stage" "$stage/libhalvo-log0.deb" ||
     { echo "install-check: $release: FAILED: no stand-in libhalvo-log0 from $(basename "$devtools")"; exit 1; }
 echo "install-check: $release: $(basename "$agent"), $(basename "$devtools") from $packages"

@@ -121,16 +121,7 @@ for d in etc usr var home tmp; do
     mount -t overlay -o "lowerdir=/$d,upperdir=$ns/$d.upper,workdir=$ns/$d.work" "$name-$d" "/$d" || exit 1
 done
 
-# Polls until the command succeeds, for at most $1 seconds.
-wait_for() {
-    local limit=$1 i
-    shift
-    for ((i = 0; i < limit * 20; i++)); do
-        "$@" > /dev/null 2>&1 && return 0
-        sleep 0.05
-    done
-    return 1
-}
+. "$top/scripts/common.sh"
 now() { perl -MTime::HiRes=clock_gettime,CLOCK_MONOTONIC -e 'printf "%.3f\n", clock_gettime(CLOCK_MONOTONIC)'; }
 secs() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.2f s", b - a }'; }
 below() { awk -v a="$1" -v b="$2" -v max="$3" 'BEGIN { exit !(b - a < max) }'; }
