@@ -14,7 +14,7 @@ results=$top/docs/results.md
 # extended regular expression matches, or with a leading '>', every line from the first it matches
 sections=(
     "test-suite|./scripts/test.sh|tests passed|Total Test time|Not Run|Skipped"
-    "ci|.ci/run|^== CI: .*(passed in|SKIPPED)|^== [a-z]+: exit status"
+    "ci|.ci/run|^== CI: .*passed in|^== CI: session check SKIPPED|^== [a-z]+: exit status"
     "benchmark|bench/run.sh|."
     "session-check|./scripts/package.sh > /dev/null && ./scripts/session-check.sh|>^What +Measured"
     "power-cut|./scripts/power-cut-check.sh build|restored|not tested"
