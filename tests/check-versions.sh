@@ -20,5 +20,10 @@ status=0
     { echo "newest versions differ: project() $project, debian/changelog $(head -n 1 <<< "$from_changelog"), NEWS $(head -n 1 <<< "$from_news")"; status=1; }
 [ "$from_changelog" = "$from_news" ] ||
     { echo "debian/changelog and NEWS list other versions or days:"; diff <(echo "$from_changelog") <(echo "$from_news") || true; status=1; }
+# Package builds clamp their files' times to the newest entry's: a date still to come leaves them
+# with the times of the build, and two builds differ.
+newest=$(sed -n 's/^ -- .*>  //p' "$src/debian/changelog" | head -n 1)
+[ "$(date -u -d "$newest" +%s)" -le "$(date -u +%s)" ] ||
+    { echo "debian/changelog's newest entry is dated in the future: $newest"; status=1; }
 [ $status -eq 0 ] && echo "version $project: project(), debian/changelog and NEWS agree ($(grep -c . <<< "$from_news") versions)"
 exit $status
