@@ -11,11 +11,12 @@ top=$(cd "$(dirname "$0")/.." && pwd)
 results=$top/docs/results.md
 
 # section | the command, run in the top folder | the lines of its output that are figures: those an
-# extended regular expression matches, or with a leading '>', every line from the first it matches
+# extended regular expression matches, with a leading '>' every line from the first it matches, with
+# a leading '!' every line it does not match
 sections=(
     "test-suite|./scripts/test.sh|tests passed|Total Test time|Not Run|Skipped"
     "ci|.ci/run|^== CI: .*passed in|^== CI: session check SKIPPED|^== [a-z]+: exit status"
-    "benchmark|bench/run.sh|."
+    "benchmark|bench/run.sh|!^Qt [0-9.]+: "
     "session-check|./scripts/package.sh > /dev/null && ./scripts/session-check.sh|>^What +Measured"
     "power-cut|./scripts/power-cut-check.sh build|restored|not tested"
     "packages|./scripts/package.sh && ./scripts/reproducible.sh|^== lintian|^   [EWIP]: |^identical|^DIFFERENT|^reproducible"
@@ -81,6 +82,8 @@ for name in "$@"; do
         pattern=$(pattern_of "$name")
         if [ "${pattern:0:1}" = ">" ]; then
             awk -v p="${pattern:1}" '$0 ~ p { on = 1 } on' "$log"
+        elif [ "${pattern:0:1}" = "!" ]; then
+            grep -vE "${pattern:1}" "$log"
         else
             grep -E "$pattern" "$log"
         fi | sed 's/[[:space:]]*$//'
