@@ -20,6 +20,7 @@ import argparse
 import os
 import re
 import shutil
+import signal
 import subprocess
 import sys
 import time
@@ -97,7 +98,16 @@ def ratio():
 
 def run(command, log=None, cwd=None):
     with open(log, "w") if log else open(os.devnull, "w") as out:
-        return subprocess.run(command, cwd=cwd, stdout=out, stderr=subprocess.STDOUT).returncode
+        # A group of its own, so that stopping this script stops everything the command started (a
+        # suite's buses, peers and agents), not just the command, and gives their scripts a TERM to
+        # clean up on.
+        child = subprocess.Popen(command, cwd=cwd, stdout=out, stderr=subprocess.STDOUT, start_new_session=True)
+        try:
+            return child.wait()
+        except BaseException:
+            os.killpg(child.pid, signal.SIGTERM)
+            child.wait()
+            raise
 
 
 def copy_tree():
@@ -229,4 +239,8 @@ def main():
 
 
 if __name__ == "__main__":
+    # A termination signal ends the run as Ctrl-C does: through the clean-ups, which put the mutated
+    # file back and stop the running command's group.
+    for number in (signal.SIGTERM, signal.SIGHUP):
+        signal.signal(number, lambda received, frame: sys.exit(128 + received))
     sys.exit(main())
