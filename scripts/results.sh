@@ -21,7 +21,7 @@ sections=(
     "power-cut|./scripts/power-cut-check.sh build|restored|not tested"
     "packages|./scripts/package.sh && ./scripts/reproducible.sh|^== lintian|^   [EWIP]: |^identical|^DIFFERENT|^reproducible"
     "mutation-check|python3 scripts/mutate.py --ratio && python3 scripts/mutate.py|^test lines|^SURVIVED|^NOBUILD|^score"
-    "stress|./scripts/stress.sh -n 1|^Machine|^build +load|^(debug|relwithdebinfo|address) "
+    "stress|./scripts/stress.sh -n 1|^Machine|^build +load|^(debug|relwithdebinfo|address) +[a-z-]+ +[0-9]"
     "fuzzing|./scripts/fuzz.sh 30|^fuzzed for|^findings"
     "minimal-install|./scripts/install-check.sh bookworm && ./scripts/install-check.sh trixie|^install-check"
 )
