@@ -26,8 +26,10 @@ sections=(
     "minimal-install|./scripts/install-check.sh bookworm && ./scripts/install-check.sh trixie|^install-check"
 )
 
-command_of() { local s; for s in "${sections[@]}"; do [ "${s%%|*}" = "$1" ] && { s=${s#*|}; echo "${s%%|*}"; return; }; done; return 1; }
-pattern_of() { local s; for s in "${sections[@]}"; do [ "${s%%|*}" = "$1" ] && { s=${s#*|}; echo "${s#*|}"; return; }; done; }
+# The section's line without its name: the command, a bar, the pattern.
+section() { local s; for s in "${sections[@]}"; do [ "${s%%|*}" = "$1" ] && { echo "${s#*|}"; return; }; done; return 1; }
+command_of() { local s; s=$(section "$1") && echo "${s%%|*}"; }
+pattern_of() { local s; s=$(section "$1") && echo "${s#*|}"; }
 
 if [ $# -eq 0 ] || [ "$1" = --list ] || [ "$1" = -h ]; then
     [ $# -eq 0 ] && sed -n '2,9p' "$0" | sed 's/^# \{0,1\}//'
