@@ -6,7 +6,8 @@
 
 #include <cstdio>
 
-bool serveOnBus(QObject *standIn, const QString &path, const QString &service, const char *program)
+bool serveOnBus(QObject *standIn, const QString &path, QObject *control, const QString &service,
+                const char *program)
 {
     QDBusConnection bus = QDBusConnection::systemBus();
     if (!bus.isConnected()) {
@@ -14,7 +15,7 @@ bool serveOnBus(QObject *standIn, const QString &path, const QString &service, c
         return false;
     }
     if (!bus.registerObject(path, standIn, QDBusConnection::ExportAdaptors) ||
-        !bus.registerObject(QStringLiteral("/control"), standIn, QDBusConnection::ExportScriptableSlots)) {
+        !bus.registerObject(QStringLiteral("/control"), control, QDBusConnection::ExportAdaptors)) {
         std::fprintf(stderr, "%s: cannot register its objects\n", program);
         return false;
     }

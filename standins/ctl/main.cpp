@@ -1,11 +1,18 @@
 // vorn-standin-ctl: drives the stand-in daemon and the stand-in risk-box service from a shell.
+#include "daemoncontrolinterface.h"
+#include "riskboxcontrolinterface.h"
+
 #include <QCoreApplication>
 #include <QDBusConnection>
-#include <QDBusInterface>
-#include <QDBusReply>
+#include <QDBusMessage>
+#include <QDBusPendingCall>
 #include <QStringList>
 
+#include <algorithm>
 #include <cstdio>
+#include <functional>
+#include <optional>
+#include <vector>
 
 namespace {
 
@@ -33,12 +40,19 @@ riskbox commands (service com.tarsel.secriskbox):
   boxes | calls | clear-calls      the boxes drawn, what reached the service, forget it
 )";
 
-struct Command
+// A call made to a stand-in's control object, or none when the command's arguments were refused.
+using Call = std::optional<QDBusPendingCall>;
+using Args = const QStringList &;
+
+// A command of the command line and the call it makes through the proxy generated from the
+// stand-in's control interface file, so that the method's name and argument types are the ones
+// the stand-in's adaptor serves.
+template <typename Proxy> struct Command
 {
-    const char *name;
-    const char *method;
-    int minArgs;
-    int maxArgs; // -1: any number, passed on as a string list
+    const char *name = "";
+    int minArgs = 0;
+    int maxArgs = 0; // -1: any number, passed on as a string list
+    std::function<Call(Proxy &, Args)> call;
 };
 
 int fail(const QString &text)
@@ -47,11 +61,120 @@ int fail(const QString &text)
     return 2;
 }
 
-bool toInt(const QString &text, int &value)
+// Makes the call with the argument read as a number; when it is not one, says that it is not
+// `what` and makes none.
+template <typename Make> Call withNumber(const QString &text, const char *what, Make make)
 {
     bool ok = false;
-    value = text.toInt(&ok);
-    return ok;
+    const int value = text.toInt(&ok);
+    if (!ok) {
+        fail(QStringLiteral("not %1: '%2'").arg(QLatin1String(what), text));
+        return std::nullopt;
+    }
+    return Call(make(value));
+}
+
+// The commands both stand-ins take, through the methods their control interfaces share.
+template <typename Proxy> std::vector<Command<Proxy>> commonCommands()
+{
+    return {
+        {"fail", 1, 3, [](Proxy &p, Args a) { return p.Fail(a.value(0), a.value(1), a.value(2)); }},
+        {"hold", 1, 1, [](Proxy &p, Args a) { return p.Hold(a.value(0)); }},
+        {"reset", 0, 1, [](Proxy &p, Args a) { return p.Reset(a.value(0)); }},
+        {"calls", 0, 0, [](Proxy &p, Args) { return p.Calls(); }},
+        {"clear-calls", 0, 0, [](Proxy &p, Args) { return p.ClearCalls(); }},
+    };
+}
+
+std::vector<Command<DaemonControlInterface>> daemonCommands()
+{
+    using Daemon = DaemonControlInterface;
+    std::vector<Command<Daemon>> commands = commonCommands<Daemon>();
+    commands.insert(
+        commands.end(),
+        {
+            {"emit", 1, -1, [](Daemon &d, Args a) { return d.Emit(a.first(), a.mid(1)); }},
+            {"emit-many", 2, -1,
+             [](Daemon &d, Args a) {
+                 return withNumber(a.at(0), "a count",
+                                   [&](int count) { return d.EmitMany(a.at(1), a.mid(2), count); });
+             }},
+            {"force", 2, 2,
+             [](Daemon &d, Args a) {
+                 return withNumber(a.at(1), "a number", [&](int value) { return d.Force(a.at(0), value); });
+             }},
+            {"short", 2, 2,
+             [](Daemon &d, Args a) {
+                 return withNumber(a.at(1), "a number", [&](int value) { return d.Short(a.at(0), value); });
+             }},
+            {"state", 0, 0, [](Daemon &d, Args) { return d.State(); }},
+        });
+    return commands;
+}
+
+std::vector<Command<RiskBoxControlInterface>> riskboxCommands()
+{
+    using RiskBox = RiskBoxControlInterface;
+    std::vector<Command<RiskBox>> commands = commonCommands<RiskBox>();
+    commands.insert(
+        commands.end(),
+        {
+            {"result", 2, 3,
+             [](RiskBox &r, Args a) {
+                 return withNumber(a.at(0), "a box id", [&](int id) {
+                     return withNumber(a.at(1), "a state",
+                                       [&](int state) { return r.Result(id, state, a.value(2)); });
+                 });
+             }},
+            {"press", 2, 2,
+             [](RiskBox &r, Args a) {
+                 return withNumber(a.at(0), "a box id", [&](int id) { return r.Press(id, a.at(1)); });
+             }},
+            {"fail-after", 2, 2,
+             [](RiskBox &r, Args a) {
+                 return withNumber(a.at(1), "a number",
+                                   [&](int passing) { return r.FailAfter(a.at(0), passing); });
+             }},
+            {"empty", 1, 1, [](RiskBox &r, Args a) { return r.Empty(a.value(0)); }},
+            {"force", 2, 2,
+             [](RiskBox &r, Args a) {
+                 return withNumber(a.at(1), "a number", [&](int value) { return r.Force(a.at(0), value); });
+             }},
+            {"boxes", 0, 0, [](RiskBox &r, Args) { return r.Boxes(); }},
+        });
+    return commands;
+}
+
+// Runs one command on the stand-in that owns service and prints the values of its reply, one line
+// each, a list a line per item.
+template <typename Proxy>
+int run(const std::vector<Command<Proxy>> &commands, const QString &service, const QString &target,
+        const QString &command, const QStringList &args)
+{
+    const auto found = std::find_if(commands.cbegin(), commands.cend(), [&](const Command<Proxy> &c) {
+        return command == QLatin1String(c.name);
+    });
+    if (found == commands.cend())
+        return fail(QStringLiteral("unknown %1 command '%2'; see --help").arg(target, command));
+    if (args.size() < found->minArgs || (found->maxArgs >= 0 && args.size() > found->maxArgs))
+        return fail(QStringLiteral("wrong number of arguments for '%1 %2'; see --help").arg(target, command));
+
+    Proxy control(service, QStringLiteral("/control"), QDBusConnection::systemBus());
+    Call call = found->call(control, args);
+    if (!call)
+        return 2;
+    call->waitForFinished();
+    const QDBusMessage reply = call->reply();
+    if (reply.type() != QDBusMessage::ReplyMessage)
+        return fail(reply.errorMessage().isEmpty() ? QStringLiteral("no answer from %1").arg(service)
+                                                   : reply.errorMessage());
+    for (const QVariant &value : reply.arguments()) {
+        const QStringList lines =
+            value.userType() == QMetaType::QStringList ? value.toStringList() : QStringList{value.toString()};
+        for (const QString &line : lines)
+            std::printf("%s\n", qPrintable(line));
+    }
+    return 0;
 }
 
 } // namespace
@@ -67,93 +190,9 @@ int main(int argc, char *argv[])
     const QString target = args.takeFirst();
     const QString command = args.takeFirst();
 
-    // clang-format off
-    static const Command daemonCommands[] = {
-        {"emit", "Emit", 1, -1},  {"emit-many", "EmitMany", 2, -1},
-        {"fail", "Fail", 1, 3},   {"force", "Force", 2, 2},
-        {"short", "Short", 2, 2}, {"reset", "Reset", 0, 1},
-        {"hold", "Hold", 1, 1},   {"state", "State", 0, 0},
-        {"calls", "Calls", 0, 0}, {"clear-calls", "ClearCalls", 0, 0},
-    };
-    static const Command riskboxCommands[] = {
-        {"result", "Result", 2, 3}, {"press", "Press", 2, 2},
-        {"fail", "Fail", 1, 3},     {"fail-after", "FailAfter", 2, 2},
-        {"empty", "Empty", 1, 1},   {"force", "Force", 2, 2},
-        {"reset", "Reset", 0, 1},   {"boxes", "Boxes", 0, 0},
-        {"hold", "Hold", 1, 1},     {"calls", "Calls", 0, 0},
-        {"clear-calls", "ClearCalls", 0, 0},
-    };
-    // clang-format on
-
-    QString service;
-    const Command *begin = nullptr;
-    const Command *end = nullptr;
-    if (target == QLatin1String("daemon")) {
-        service = QStringLiteral("com.vorn.virus");
-        begin = std::begin(daemonCommands);
-        end = std::end(daemonCommands);
-    } else if (target == QLatin1String("riskbox")) {
-        service = QStringLiteral("com.tarsel.secriskbox");
-        begin = std::begin(riskboxCommands);
-        end = std::end(riskboxCommands);
-    } else {
-        return fail(QStringLiteral("unknown stand-in '%1' (daemon or riskbox)").arg(target));
-    }
-    const Command *found =
-        std::find_if(begin, end, [&](const Command &c) { return command == QLatin1String(c.name); });
-    if (found == end)
-        return fail(QStringLiteral("unknown %1 command '%2'; see --help").arg(target, command));
-    if (args.size() < found->minArgs || (found->maxArgs >= 0 && args.size() > found->maxArgs))
-        return fail(QStringLiteral("wrong number of arguments for '%1 %2'; see --help").arg(target, command));
-
-    // Build the call's arguments in the control interface's types.
-    QVariantList callArgs;
-    const QString method = QLatin1String(found->method);
-    int number = 0;
-    if (method == QLatin1String("Emit")) {
-        callArgs << args.first() << QStringList(args.mid(1));
-    } else if (method == QLatin1String("EmitMany")) {
-        if (!toInt(args.at(0), number))
-            return fail(QStringLiteral("not a count: '%1'").arg(args.at(0)));
-        callArgs << args.at(1) << QStringList(args.mid(2)) << number;
-    } else if (method == QLatin1String("Fail")) {
-        callArgs << args.value(0) << args.value(1) << args.value(2);
-    } else if (method == QLatin1String("Force") || method == QLatin1String("Short") ||
-               method == QLatin1String("FailAfter")) {
-        if (!toInt(args.at(1), number))
-            return fail(QStringLiteral("not a number: '%1'").arg(args.at(1)));
-        callArgs << args.at(0) << number;
-    } else if (method == QLatin1String("Reset") || method == QLatin1String("Empty") ||
-               method == QLatin1String("Hold")) {
-        callArgs << args.value(0);
-    } else if (method == QLatin1String("Result") || method == QLatin1String("Press")) {
-        int id = 0;
-        if (!toInt(args.at(0), id))
-            return fail(QStringLiteral("not a box id: '%1'").arg(args.at(0)));
-        callArgs << id;
-        if (method == QLatin1String("Press")) {
-            callArgs << args.at(1);
-        } else {
-            if (!toInt(args.at(1), number))
-                return fail(QStringLiteral("not a state: '%1'").arg(args.at(1)));
-            callArgs << number << args.value(2);
-        }
-    }
-
-    QDBusInterface control(service, QStringLiteral("/control"), QStringLiteral("com.vorn.standin.Control"),
-                           QDBusConnection::systemBus());
-    const QDBusMessage reply = control.callWithArgumentList(QDBus::Block, method, callArgs);
-    if (reply.type() != QDBusMessage::ReplyMessage)
-        return fail(reply.errorMessage().isEmpty() ? QStringLiteral("no answer from %1").arg(service)
-                                                   : reply.errorMessage());
-    for (const QVariant &value : reply.arguments()) {
-        // QtDBus pads a reply without values with one invalid value: nothing to print.
-        if (!value.isValid())
-            continue;
-        const QStringList lines =
-            value.userType() == QMetaType::QStringList ? value.toStringList() : QStringList{value.toString()};
-        for (const QString &line : lines)
-            std::printf("%s\n", qPrintable(line));
-    }
-    return 0;
+    if (target == QLatin1String("daemon"))
+        return run(daemonCommands(), QStringLiteral("com.vorn.virus"), target, command, args);
+    if (target == QLatin1String("riskbox"))
+        return run(riskboxCommands(), QStringLiteral("com.tarsel.secriskbox"), target, command, args);
+    return fail(QStringLiteral("unknown stand-in '%1' (daemon or riskbox)").arg(target));
 }

@@ -1,4 +1,5 @@
 // vorn-standin-daemon: a development stand-in for the virus-scan daemon.
+#include "daemoncontrol.h"
 #include "virusdaemonstandin.h"
 
 #include <QCommandLineParser>
@@ -69,7 +70,8 @@ int main(int argc, char *argv[])
     setTranscriptTimestamps(parser.isSet(timestamps));
     registerDaemonMetaTypes();
     VirusDaemonStandIn daemon(parser.isSet(quiet));
-    if (!serveOnBus(&daemon, QStringLiteral("/daemon"), QStringLiteral("com.vorn.virus"),
+    DaemonControl control(daemon);
+    if (!serveOnBus(&daemon, QStringLiteral("/daemon"), &control, QStringLiteral("com.vorn.virus"),
                     "vorn-standin-daemon"))
         return 1;
     if (!parser.isSet(quiet))

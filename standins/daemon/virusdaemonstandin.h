@@ -13,11 +13,11 @@ class DaemonAdaptor;
 
 // A development stand-in for the virus-scan daemon. It serves "/daemon" through an adaptor
 // generated from the daemon's interface file, keeps a believable quarantine area, trust zone,
-// scan mode and configuration, records every call, and can be driven through "/control".
+// scan mode and configuration, records every call, and can be driven through "/control" by its
+// DaemonControl.
 class VirusDaemonStandIn : public QObject, protected QDBusContext
 {
     Q_OBJECT
-    Q_CLASSINFO("D-Bus Interface", "com.vorn.standin.Control")
 
 public:
     explicit VirusDaemonStandIn(bool quiet, QObject *parent = nullptr);
@@ -47,29 +47,16 @@ public:
     int special_scan(int scanType, const QStringList &filePath);
     int test(int status);
 
-public slots:
-    // The control interface, "/control" on the same connection.
-    Q_SCRIPTABLE void Emit(const QString &signal, const QStringList &args);
-    Q_SCRIPTABLE void EmitMany(const QString &signal, const QStringList &args, int count);
-    Q_SCRIPTABLE void EmitRaw(const QString &member, const QVariantList &args);
-    Q_SCRIPTABLE void Fail(const QString &method, const QString &errorName, const QString &message);
-    Q_SCRIPTABLE void Force(const QString &method, int value);
-    Q_SCRIPTABLE void Hold(const QString &method);
-    Q_SCRIPTABLE void Short(const QString &method, int value);
-    Q_SCRIPTABLE void Reset(const QString &method);
-    Q_SCRIPTABLE QStringList Calls();
-    Q_SCRIPTABLE void ClearCalls();
-    Q_SCRIPTABLE QString State();
-
 private:
+    // The control emits the daemon's signals, plans its faults and reports its calls and state.
+    friend class DaemonControl;
+
     // Records the call being served and applies an injected fault; true when the fault decided the
     // answer, which is then in value and described in outcome.
     bool intercept(int &value, QString &outcome);
     // Serves one daemon method: records it, applies an injected fault or runs the body, and
     // reports the reply.
     template <typename Body> int serve(Body body);
-    bool knownMethod(const QString &method);
-    bool controlError(const QString &text);
     bool quarantine(const QString &path, const QString &virusName);
 
     DaemonAdaptor *m_adaptor = nullptr;

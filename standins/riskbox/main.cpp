@@ -1,4 +1,5 @@
 // vorn-standin-riskbox: a development stand-in for the risk-box notification service.
+#include "riskboxcontrol.h"
 #include "riskboxstandin.h"
 
 #include <QApplication>
@@ -106,7 +107,8 @@ int main(int argc, char *argv[])
         gui->setQuitOnLastWindowClosed(false);
 
     RiskBoxStandIn service(options);
-    if (!serveOnBus(&service, QStringLiteral("/service"), QStringLiteral("com.tarsel.secriskbox"),
+    RiskBoxControl control(service);
+    if (!serveOnBus(&service, QStringLiteral("/service"), &control, QStringLiteral("com.tarsel.secriskbox"),
                     "vorn-standin-riskbox"))
         return 1;
     if (!options.quiet)

@@ -1,25 +1,20 @@
 #include "riskboxstandin.h"
 
 #include "dbusjson.h"
-#include "rawsignal.h"
 #include "riskboxadaptor.h"
 #include "riskboxwindow.h"
 #include "transcript.h"
 
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QScreen>
 #include <QTimer>
 
 #include <utility>
 
-namespace {
+RiskBoxStandIn::RiskBoxStandIn(const Options &options, QObject *parent)
+    : QObject(parent), m_adaptor(new RiskBoxAdaptor(this)), m_options(options)
+{}
 
-const QString kUnknownBox = QStringLiteral("com.tarsel.secriskbox.Error.UnknownBox");
-const QStringList kMethods{"create", "addContent", "addButton", "setNotifyFold", "setTimeout", "show"};
-
-// Control characters are made visible, so a hostile text cannot fake lines of the transcript.
-QString printable(const QString &text)
+QString RiskBoxStandIn::printable(const QString &text)
 {
     QString result;
     for (const QChar c : text) {
@@ -30,12 +25,6 @@ QString printable(const QString &text)
     }
     return result;
 }
-
-} // namespace
-
-RiskBoxStandIn::RiskBoxStandIn(const Options &options, QObject *parent)
-    : QObject(parent), m_adaptor(new RiskBoxAdaptor(this)), m_options(options)
-{}
 
 void RiskBoxStandIn::print(const QString &line) const
 {
@@ -57,7 +46,7 @@ RiskBox *RiskBoxStandIn::openBox(int id)
 {
     const auto found = m_boxes.find(id);
     if (found == m_boxes.end() || found->closed) {
-        sendErrorReply(kUnknownBox, QStringLiteral("no open box with id %1").arg(id));
+        sendErrorReply(unknownBoxError(), QStringLiteral("no open box with id %1").arg(id));
         return nullptr;
     }
     return &found.value();
@@ -169,7 +158,7 @@ void RiskBoxStandIn::present(const RiskBox &box)
                 bottom = bottom < 0 ? open->y() - 12 : std::min(bottom, open->y() - 12);
         window->placeAbove(bottom);
         connect(window, &RiskBoxWindow::pressed, this,
-                [this, id = box.id](const QString &label) { Press(id, label); });
+                [this, id = box.id](const QString &label) { press(id, label); });
         connect(window, &RiskBoxWindow::bodyClicked, this, [this, id = box.id] {
             const QString command = m_boxes.value(id).defaultAction();
             print(QStringLiteral("riskbox: box %1 body clicked: would run '%2'").arg(id).arg(command));
@@ -204,7 +193,7 @@ void RiskBoxStandIn::scheduleAnswer(const RiskBox &box)
         if (RiskBoxWindow *window = m_windows.value(id))
             window->press(label); // the same click a person would make
         else
-            Press(id, label);
+            press(id, label);
     });
 }
 
@@ -224,119 +213,16 @@ void RiskBoxStandIn::answer(int id, int state, const QString &how)
     emit m_adaptor->signalResult(id, state, QString());
 }
 
-void RiskBoxStandIn::Result(int id, int state, const QString &reserved)
+bool RiskBoxStandIn::press(int id, const QString &label)
 {
-    // Sent as asked, for any id: the way to test answers for boxes that were never raised.
-    close(id);
-    print(QStringLiteral("riskbox: signalResult(%1, %2, \"%3\") sent on request")
-              .arg(id)
-              .arg(state)
-              .arg(printable(reserved)));
-    emit m_adaptor->signalResult(id, state, reserved);
-}
-
-void RiskBoxStandIn::EmitRaw(const QString &member, const QVariantList &args)
-{
-    const QString signature = sendRawSignal(connection(), QStringLiteral("/service"),
-                                            QStringLiteral("com.tarsel.secriskbox"), member, args);
-    print(QStringLiteral("riskbox: emitted %1 with signature '%2' on request").arg(member, signature));
-}
-
-void RiskBoxStandIn::Press(int id, const QString &label)
-{
-    const auto found = m_boxes.constFind(id);
-    if (found == m_boxes.constEnd() || !found->shown || found->closed) {
-        sendErrorReply(kUnknownBox, QStringLiteral("no open, shown box with id %1").arg(id));
-        return;
-    }
-    for (const auto &button : found->buttons) {
+    // A copy: answering closes the box, which changes the map.
+    const QList<QPair<QString, QString>> buttons = m_boxes.value(id).buttons;
+    for (const auto &button : buttons) {
         if (button.second != QLatin1String("default") && button.first == label) {
             answer(id, RiskBox::stateForKey(button.second),
                    QStringLiteral("answered: pressed \"%1\"").arg(printable(label)));
-            return;
+            return true;
         }
     }
-    sendErrorReply(QDBusError::InvalidArgs, QStringLiteral("box %1 has no button \"%2\"").arg(id).arg(label));
-}
-
-bool RiskBoxStandIn::knownMethod(const QString &method)
-{
-    if (kMethods.contains(method))
-        return true;
-    sendErrorReply(QDBusError::InvalidArgs,
-                   QStringLiteral("unknown risk-box method '%1'; the methods are: %2")
-                       .arg(method, kMethods.join(QLatin1Char(' '))));
     return false;
-}
-
-void RiskBoxStandIn::Fail(const QString &method, const QString &errorName, const QString &message)
-{
-    if (knownMethod(method))
-        m_faults.fail(method, errorName, message);
-}
-
-void RiskBoxStandIn::FailAfter(const QString &method, int passing)
-{
-    if (knownMethod(method))
-        m_faults.fail(method, QString(), QString(), passing);
-}
-
-void RiskBoxStandIn::Empty(const QString &method)
-{
-    if (knownMethod(method))
-        m_faults.emptyReply(method);
-}
-
-void RiskBoxStandIn::Force(const QString &method, int value)
-{
-    if (method != QLatin1String("create")) {
-        sendErrorReply(QDBusError::InvalidArgs,
-                       QStringLiteral("only create answers a value that can be forced"));
-        return;
-    }
-    m_faults.force(method, value);
-}
-
-void RiskBoxStandIn::Hold(const QString &method)
-{
-    if (knownMethod(method))
-        m_faults.hold(method);
-}
-
-void RiskBoxStandIn::Reset(const QString &method)
-{
-    if (method.isEmpty() || knownMethod(method))
-        m_faults.reset(method);
-}
-
-QStringList RiskBoxStandIn::Boxes()
-{
-    QStringList lines;
-    for (const RiskBox &box : std::as_const(m_boxes)) {
-        QJsonArray buttons;
-        for (const auto &button : box.buttons)
-            buttons.append(QJsonArray{button.first, button.second});
-        const QJsonObject object{{"id", box.id},
-                                 {"type", box.type},
-                                 {"appName", box.appName},
-                                 {"title", box.title},
-                                 {"contents", QJsonArray::fromStringList(box.contents)},
-                                 {"buttons", buttons},
-                                 {"fold", box.fold},
-                                 {"timeout", box.timeout},
-                                 {"shown", box.shown},
-                                 {"closed", box.closed}};
-        lines.append(QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact)));
-    }
-    return lines;
-}
-
-QStringList RiskBoxStandIn::Calls()
-{
-    return jsonLines(m_calls);
-}
-
-void RiskBoxStandIn::ClearCalls()
-{
-    m_calls = QJsonArray();
 }

@@ -17,11 +17,10 @@ class RiskBoxWindow;
 // A development stand-in for the risk-box notification service. It serves "/service" through an
 // adaptor generated from the service's interface file, collects each box from the calls that build
 // it, presents shown boxes (as windows with a display, as text without one), answers them by a
-// rule when asked to, and takes orders on "/control".
+// rule when asked to, and takes orders on "/control" through its RiskBoxControl.
 class RiskBoxStandIn : public QObject, protected QDBusContext
 {
     Q_OBJECT
-    Q_CLASSINFO("D-Bus Interface", "com.vorn.standin.Control")
 
 public:
     struct Options
@@ -43,30 +42,26 @@ public:
     void setTimeout(int id, int timeout);
     void show(int id);
 
-public slots:
-    Q_SCRIPTABLE void Result(int id, int state, const QString &reserved);
-    Q_SCRIPTABLE void EmitRaw(const QString &member, const QVariantList &args);
-    Q_SCRIPTABLE void Press(int id, const QString &label);
-    Q_SCRIPTABLE void Fail(const QString &method, const QString &errorName, const QString &message);
-    Q_SCRIPTABLE void FailAfter(const QString &method, int passing);
-    Q_SCRIPTABLE void Force(const QString &method, int value);
-    Q_SCRIPTABLE void Hold(const QString &method);
-    Q_SCRIPTABLE void Empty(const QString &method);
-    Q_SCRIPTABLE void Reset(const QString &method);
-    Q_SCRIPTABLE QStringList Boxes();
-    Q_SCRIPTABLE QStringList Calls();
-    Q_SCRIPTABLE void ClearCalls();
-
 private:
+    // The control answers and presses boxes, plans faults and reports boxes and calls.
+    friend class RiskBoxControl;
+
+    // The error a call naming no open box is answered with.
+    static QString unknownBoxError() { return QStringLiteral("com.tarsel.secriskbox.Error.UnknownBox"); }
+    // The text with its control characters made visible, so a hostile text cannot fake lines of
+    // the transcript.
+    static QString printable(const QString &text);
+
     // Records the call and applies an injected fault; true when the fault answered the call.
     bool intercept(int &value);
-    bool knownMethod(const QString &method);
     // The open box a call names, or null after replying with an error.
     RiskBox *openBox(int id);
     void present(const RiskBox &box);
     void scheduleAnswer(const RiskBox &box);
     void close(int id);
     void answer(int id, int state, const QString &how);
+    // Answers a shown box as a press on its button with this label; false when it has none.
+    bool press(int id, const QString &label);
     void print(const QString &line) const;
 
     RiskBoxAdaptor *m_adaptor = nullptr;
