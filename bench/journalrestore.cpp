@@ -4,8 +4,8 @@
 // 60-character path, no detail; with @PERCENT, one byte flipped in that share of the records, as a
 // bad sector or a bit flip would), then read as the bridge reads it and queued on a dialog thread
 // as it queues them.
-#include "cauthdialogthread.h"
 #include "cthreatjournal.h"
+#include "cthreatqueue.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -76,7 +76,7 @@ int main(int argc, char *argv[])
                     "%4ld bytes "
                     "per threat, %d queued\n",
                     count, bytes / 1000000, percent, double(elapsed) / 1000.0, grown, grown * 1024 / count,
-                    queue->pendingCount());
+                    int(queue->pending().size()));
         delete journal;
         delete queue;
     }

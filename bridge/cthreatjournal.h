@@ -97,7 +97,8 @@ public:
     // What the bytes of a journal hold.
     struct Contents
     {
-        // The undecided threats, oldest first, and where their records lie.
+        // The undecided threats, oldest first, and where their records lie: records[i] is the
+        // record of threats[i], so the two grow and shrink together.
         std::vector<Record> records;
         SVirusInfoList threats;
         // The number the next threat gets.

@@ -1,26 +1,24 @@
 #ifndef CVIRUSDBUSMIDDLE_H
 #define CVIRUSDBUSMIDDLE_H
 
+#include "criskboxclient.h"
 #include "svirusboxinfo.h"
 #include "virusrecords.h"
 
 #include <QList>
 #include <QMap>
 #include <QObject>
-#include <QSet>
 #include <QString>
 #include <QStringList>
 #include <QVariant>
 
-class CAuthDialogThread;
-class CThreatJournalWriter;
-class QDBusInterface;
-class QDBusServiceWatcher;
+class CThreatQueue;
 class VirusScanInterface;
 
-// The one object that ties the agent together: it owns the daemon proxy, the private connection
-// and interface to the risk-box service and the dialog thread; daemon signals become risk boxes
-// and the user's answers become daemon calls.
+// The one object that ties the agent together: it owns the daemon proxy, the risk-box client and
+// the threat queue; daemon signals become risk boxes and the user's answers become daemon calls.
+// It builds every box and handles every answer; the client draws the boxes, the queue keeps the
+// threats and the boxes that wait for an answer.
 class CVirusDbusMiddle : public QObject
 {
     Q_OBJECT
@@ -34,7 +32,7 @@ public:
     // Calls one risk-box method; 0 with the reply's arguments in replyArgs, or -1 leaving it alone.
     int callNotifyMethod(QList<QVariant> &replyArgs, const QString &method, const QList<QVariant> &args);
 
-    // Risk-box client: each returns a negative value on failure.
+    // The risk-box client's operations: each returns a negative value on failure.
     int create_secRiskBox(int type, const QStringList &contents);
     int add_secRiskBoxAction(int id, const QStringList &buttons);
     int set_secRiskBoxFold(int id, int fold);
@@ -77,8 +75,12 @@ public:
     int show_retryVirusBoxNotify(const QString &strVirusName);
     int get_signalResult(const SVirusInfo &info);
 
+    // The events of a quarantine and of a trust-zone add, written by the bridge and the dialog alike.
+    static void logThreatsDealt(int items, int notProcessed);
+    static void logTrustAdded(const QStringList &files, const QString &result);
+
     // The boxes shown and not yet answered, by risk-box id.
-    QMap<int, SVirusBoxInfo> pendingBoxes() const { return virusMap; }
+    QMap<int, SVirusBoxInfo> pendingBoxes() const;
     // Threats announced and still waiting for their turn.
     int pendingThreats() const;
     // Risk boxes shown, and answers handled, since start.
@@ -110,40 +112,14 @@ public slots:
     void slot_ResultSignal(int id, int state, QString reserved);
 
 private:
-    // How a box is finished before it is shown.
-    enum class BoxExtra
-    {
-        None,
-        Fold,
-        Timeout
-    };
-    // The step of the box sequence that failed.
-    enum class BoxStep
-    {
-        None,
-        Create,
-        AddButton,
-        Fold,
-        Timeout,
-        Show
-    };
-
     explicit CVirusDbusMiddle(QObject *parent = nullptr);
 
-    void watchRiskBoxOwner();
-    void createNotifyInterface();
-    // A dynamic interface knows signalResult only if it could introspect its peer when it was
-    // made. One made while the service was away turns valid when the service appears, but still
-    // cannot deliver answers: it is as unusable as an invalid one.
-    bool hasResultSignal() const;
-    bool notifyInterfaceUsable() const;
-    // The common box sequence: create with contents, buttons, fold or timeout, show. Returns the
-    // result of show, or the failing step's negative code; iId and failedStep say what happened.
-    int showRiskBox(int createType, const QStringList &contents, const QStringList &buttons, BoxExtra extra,
-                    int &iId, BoxStep &failedStep);
-    // The same for a box that expects an answer: on success it is remembered under its id.
+    // Draws a box that expects an answer and, once it is shown, remembers it under its id.
     int showAnsweredBox(int createType, const QStringList &contents, const QStringList &buttons,
-                        BoxExtra extra, const SVirusBoxInfo &entry);
+                        CRiskBoxClient::Finish finish, const SVirusBoxInfo &entry);
+    // Draws a box through the client and counts it once it is shown.
+    CRiskBoxClient::Step drawBox(int createType, const QStringList &contents, const QStringList &buttons,
+                                 CRiskBoxClient::Finish finish, int &iId, int &ret);
     // The "moved to trust zone" and "cleared" notices; false when they could not be shown, after
     // logging the failing step with the answer (id, state) it followed.
     bool showNotice(const QString &headline, const QString &virusName, int id, int state);
@@ -151,19 +127,6 @@ private:
     void trustProcedure(int id, int state, const SVirusBoxInfo &entry);
     bool clearProcedure(int id, int state, const SVirusBoxInfo &entry, bool &done);
     bool trustFromThreatProcedure(int id, const SVirusBoxInfo &entry, bool &done);
-    // Queues restored threats on the dialog thread, or keeps them until the risk-box service is up.
-    void queueRestored(const SVirusInfoList &threats, bool serviceUp);
-    // The restored threats whose files the daemon has neither quarantined nor trusted meanwhile;
-    // the others are forgotten.
-    SVirusInfoList notHandledElsewhere(const SVirusInfoList &restored);
-    // The boxes an instance of the risk-box service drew vanish with it: their ids decide nothing
-    // from now on, and the threats among them that had no answer are shown again.
-    void ownerGone(const QString &owner);
-    void riskBoxOwnerChanged(const QString &oldOwner, const QString &newOwner);
-    // Shows again the threats whose boxes failed or vanished: the oldest one at once when the
-    // dialog thread waits for a box that failed, so that its success re-arms the thread; the
-    // others through the thread, one at a time.
-    void showUnshown();
     int showTrustFailure(const QString &objectName, const QString &text);
 
     void logEvent(const QString &message, const QString &title = QStringLiteral("Dealing with threats"),
@@ -173,21 +136,8 @@ private:
     int m_nBoxesShown = 0;
     int m_nAnswersHandled = 0;
     VirusScanInterface *m_pVirusInterface = nullptr;
-    CAuthDialogThread *m_pAuthDialogThread = nullptr;
-    CThreatJournalWriter *m_pJournal = nullptr;
-    // Restored threats waiting for the risk-box service.
-    SVirusInfoList m_restoredWaiting;
-    // Threats whose box vanished with its service, or failed while it was away, oldest first, and
-    // whether the dialog thread waits for a box that failed.
-    SVirusInfoList m_unshown;
-    bool m_threadWaiting = false;
-    // The risk-box service's owner as the private connection sees it, and those that have left the
-    // name (a unique name never returns).
-    QDBusServiceWatcher *m_pOwnerWatcher = nullptr;
-    QSet<QString> m_goneOwners;
-    QMap<int, SVirusBoxInfo> virusMap;
-    QDBusInterface *m_pNotifyInterface = nullptr;
-    QString m_connectionName;
+    CThreatQueue *m_pQueue = nullptr;
+    CRiskBoxClient *m_pRiskBox = nullptr;
 };
 
 #endif // CVIRUSDBUSMIDDLE_H

@@ -1,6 +1,7 @@
 #include "cauthdialog.h"
 
 #include "accessibleinfo.h"
+#include "checkconnected.h"
 #include "cvirusdbusmiddle.h"
 #include "cvorngenlog.h"
 #include "dialoglogging.h"
@@ -16,8 +17,6 @@
 #include <QTimer>
 #include <QToolButton>
 #include <QVBoxLayout>
-
-#include <utility>
 
 Q_LOGGING_CATEGORY(lcDialog, "vorn.dialog", QtInfoMsg)
 
@@ -56,7 +55,7 @@ CAuthDialog::CAuthDialog(const SVirusInfo &info, QWidget *parent)
     // Deliberately without a parent, and never freed: the countdown starts at construction.
     m_pTimer = new QTimer;
     m_pTimer->setInterval(1000);
-    connect(m_pTimer, SIGNAL(timeout()), this, SLOT(onTimeOut()));
+    checkConnected(connect(m_pTimer, SIGNAL(timeout()), this, SLOT(onTimeOut())), "the countdown");
     m_pTimer->start();
 }
 
@@ -97,9 +96,10 @@ void CAuthDialog::buildContent()
     m_pDealBtn->setText(vornText("Immediate processing(5)"));
     m_pDealBtn->setMinimumSize(132, 36);
 
-    connect(m_pDealBtn, SIGNAL(clicked(bool)), this, SLOT(slot_dealClicked()));
-    connect(trust, SIGNAL(clicked(bool)), this, SLOT(slot_trustClicked()));
-    connect(m_pNoDealBtn, SIGNAL(clicked(bool)), this, SLOT(slot_noDealClicked()));
+    checkConnected(connect(m_pDealBtn, SIGNAL(clicked(bool)), this, SLOT(slot_dealClicked())), "m_pDealBtn");
+    checkConnected(connect(trust, SIGNAL(clicked(bool)), this, SLOT(slot_trustClicked())), "pTrustBtn");
+    checkConnected(connect(m_pNoDealBtn, SIGNAL(clicked(bool)), this, SLOT(slot_noDealClicked())),
+                   "m_pNoDealBtn");
 
     auto *buttons = new QHBoxLayout;
     buttons->addStretch(0);
@@ -158,12 +158,9 @@ void CAuthDialog::slot_dealClicked()
 void CAuthDialog::deal()
 {
     const int notDone = m_pMiddle->dealThreats(m_dealList);
-    CVornGenLog::getInstance()->writeLog(
-        CVornGenLog::VirusScan,
-        QStringLiteral("Processing completed, ") + QString::number(m_dealList.size() - notDone) +
-            QStringLiteral(" item(s) processed, ") + QString::number(notDone) +
-            QStringLiteral(" item(s) not processed."),
-        QStringLiteral("Dealing with threats"), CVornGenLog::Summary);
+    // dealThreats has written this event for its call already: the dialog writes its own as well,
+    // and the security log has always had both.
+    CVirusDbusMiddle::logThreatsDealt(m_dealList.size(), notDone);
     finish();
 }
 
@@ -172,17 +169,9 @@ void CAuthDialog::slot_trustClicked()
     logCoded(QStringLiteral("CAuthDialog: Click trust"));
     m_pTimer->stop();
     const int result = m_pMiddle->addTrustFiles(m_trustList);
-    logTrustResult(result != 0 ? QStringLiteral("failed") : QStringLiteral("Successfully"));
+    CVirusDbusMiddle::logTrustAdded(m_trustList,
+                                    result != 0 ? QStringLiteral("failed") : QStringLiteral("Successfully"));
     finish();
-}
-
-void CAuthDialog::logTrustResult(const QString &result)
-{
-    for (const QString &path : std::as_const(m_trustList))
-        CVornGenLog::getInstance()->writeLog(CVornGenLog::VirusScan,
-                                             QStringLiteral("Add file ") + path +
-                                                 QStringLiteral(" to trust zone ") + result,
-                                             QStringLiteral("Add file to trust zone"), CVornGenLog::Info);
 }
 
 void CAuthDialog::slot_noDealClicked()
@@ -209,7 +198,7 @@ void CAuthDialog::slot_toolBtnClicked()
     qCDebug(lcDialog) << "直接点击toolbtn--立即处理";
     // The deal path reuses the trust-zone wording, and only on success: intended as it stands.
     if (m_pMiddle->dealThreats(m_dealList) == 0)
-        logTrustResult(QStringLiteral("Successfully"));
+        CVirusDbusMiddle::logTrustAdded(m_trustList, QStringLiteral("Successfully"));
 }
 
 void CAuthDialog::closeEvent(QCloseEvent *event)

@@ -37,7 +37,6 @@ private:
     void buildContent();
     void centre();
     void deal();
-    void logTrustResult(const QString &result);
     void finish();
 
     CVirusDbusMiddle *m_pMiddle = nullptr;

@@ -5,6 +5,8 @@
 // and by the suite on the fuzzer's corpus and on every input that once broke a promise.
 #include "cthreatjournal.h"
 
+#include <QDir>
+#include <QFile>
 #include <QStringList>
 
 // Each threat as "name|detail|path|flag".
@@ -14,6 +16,17 @@ inline QStringList threatTexts(const SVirusInfoList &threats)
     for (const SVirusInfo &t : threats)
         texts << t.virusName + '|' + t.virusDetail + '|' + t.virusPath + '|' + QString::number(t.virusFlag);
     return texts;
+}
+
+// The undecided threats of every journal in directory, as threatTexts() writes them.
+inline QStringList undecidedIn(const QString &directory)
+{
+    QByteArray bytes;
+    for (const QFileInfo &journal : QDir(directory).entryInfoList({"journal2-*"})) {
+        QFile file(journal.filePath());
+        bytes += file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    }
+    return threatTexts(CThreatJournal::parse(bytes, bytes.size()).threats);
 }
 
 // The promise the bytes break, or an empty text.

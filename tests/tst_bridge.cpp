@@ -50,8 +50,9 @@ private:
     {
         const QMap<int, SVirusBoxInfo> boxes = m_test.bridge->pendingBoxes();
         const SVirusBoxInfo e = boxes.value(id);
-        const QString text =
-            QStringLiteral("%1|%2|%3|%4|%5").arg(e.iVirusType).arg(e.virusName, e.virusDetail, e.virusPath);
+        const QString text = QStringLiteral("%1|%2|%3|%4|%5")
+                                 .arg(int(e.iVirusType))
+                                 .arg(e.virusName, e.virusDetail, e.virusPath);
         return boxes.contains(id) ? text.arg(e.virusFlag) : QString();
     }
 

@@ -1,5 +1,5 @@
 // The dialog thread: one threat a tick at most, in order, only while the bridge is ready.
-#include "cauthdialogthread.h"
+#include "cthreatqueue.h"
 #include "harness.h"
 
 #include <QSemaphore>
@@ -79,7 +79,7 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(m_handOuts.load(), 1, 5000);
         QTest::qWait(2500);
         QCOMPARE(m_handOuts.load(), 1);
-        QCOMPARE(thread->pendingCount(), 2);
+        QCOMPARE(thread->pending().size(), 2);
 
         // The GUI thread re-arms while the thread is still inside the emission, as the bridge does
         // when it shows the box before the thread gets to run again: that re-arm is kept.
@@ -88,7 +88,7 @@ private slots:
         thread->setReady();
         m_releaseInside.release();
         QTRY_COMPARE_WITH_TIMEOUT(m_handOuts.load(), 3, 5000);
-        QCOMPARE(thread->pendingCount(), 0);
+        QCOMPARE(thread->pending().size(), 0);
     }
 };
 
