@@ -4,10 +4,9 @@
 set -u
 build=${VORN_BUILD_DIR:?}
 ctl="$build/standins/vorn-standin-ctl"
+. "$(dirname "$0")/common.sh"
 work=$(mktemp -d "${TMPDIR:-/tmp}/vorn-demo.XXXXXX")
-trap 'rm -rf "$work"' EXIT
-trap 'exit 130' INT
-trap 'exit 143' TERM
+on_exit rm -rf "$work"
 export HALVO_LOG_FILE=$work/events.jsonl
 # A language the machine has generated no locale for (a fresh install has only C.UTF-8) is taken
 # from the locales compiled into the build tree, so LC_ALL=zh_CN.UTF-8 plays the scene in Chinese
@@ -24,7 +23,6 @@ fi
 
 say() { printf '\n== %s\n' "$*"; }
 fail() { transcript; printf '\nDEMO FAILED: %s\n' "$*"; exit 1; }
-. "$(dirname "$0")/common.sh"
 # A text as the agent shows it: the same domain, looked up where the agent looks.
 t() { TEXTDOMAINDIR=/usr/share/locale gettext -d vorn-defender -- "$1"; }
 state_has() { "$ctl" daemon state | grep -q "$1"; }

@@ -7,13 +7,12 @@
 # one the scene answers itself. Exits 0 when every step of the scene happened.
 set -eu
 top=$(cd "$(dirname "$0")/.." && pwd)
+. "$top/scripts/common.sh"
 qt=${VORN_QT:-6}
-# The build of ./scripts/test.sh and of the CMake preset of the same name.
-case "$qt" in
-    6) preset=default build=${VORN_BUILD_DIR:-$top/build} ;;
-    5) preset=qt5 build=${VORN_BUILD_DIR:-$top/build-qt5} ;;
-    *) echo "demo.sh: VORN_QT is 5 or 6, not '$qt'" >&2; exit 2 ;;
-esac
+# The build ./scripts/test.sh makes with that Qt (the demo takes no sanitizer or build type): the
+# CMake preset's, in its folder unless VORN_BUILD_DIR names another.
+choose_preset "$qt" || { echo "demo.sh: VORN_QT is 5 or 6, not '$qt'" >&2; exit 2; }
+build=${VORN_BUILD_DIR:-$top/$preset_dir}
 auto=0
 for arg in "$@"; do
     case "$arg" in

@@ -28,15 +28,12 @@ if [ "${1:-}" = --inside ]; then
     run=$(mktemp -d /tmp/vorn-install-check.XXXXXX)
     result=$stage/result
     pids=()
+    on_exit rm -rf "$run"
     finish() {
-        trap - EXIT
         [ ${#pids[@]} -gt 0 ] && kill -TERM "${pids[@]}" 2> /dev/null
         wait
-        rm -rf "$run"
     }
-    trap finish EXIT
-    trap 'exit 143' TERM
-    trap 'exit 130' INT
+    on_exit finish
     # The last lines of what the helpers said, then the one-line reason for the caller.
     fail() {
         local log
@@ -193,23 +190,17 @@ if [ $# -eq 1 ] && [ "$(stat -c %Y "$agent")" -lt "$(git -C "$top" log -1 --form
 fi
 
 # The chroot sees the host's build-on-RELEASE/ as /out: the packages, the stand-in event log, this
-# script and the bus configuration go to a folder of this run there. Killed outright, this script
-# runs no trap; a watcher, reparented at once, removes the folder when it has ended.
+# script and the bus configuration go to a folder of this run there, removed when this script
+# ends, by its EXIT trap or, should it be killed outright, by a watcher.
 out=$top/build-on-$release
 mkdir -p "$out"
 stage=$(mktemp -d "$out/install-check.XXXXXX") || exit 1
 chmod 0755 "$stage"
-setsid -f bash -c 'tail -s 0.2 --pid="$1" -f /dev/null; rm -rf "$2"' watcher $$ "$stage" > /dev/null 2>&1
+after_exit rm -rf "$stage"
+on_exit rm -rf "$stage"
 chroot_run=
-cleanup() {
-    trap - EXIT
-    [ -n "$chroot_run" ] && kill -TERM "$chroot_run" 2> /dev/null && wait "$chroot_run"
-    rm -rf "$stage"
-}
-trap cleanup EXIT
-trap 'exit 143' TERM
-trap 'exit 130' INT
-trap 'exit 129' HUP
+stop_chroot() { [ -n "$chroot_run" ] && kill -TERM "$chroot_run" 2> /dev/null && wait "$chroot_run"; }
+on_exit stop_chroot
 cp "$agent" "$devtools" "$top/tests/private-bus.conf" "$stage/"
 cp "$top/scripts/$(basename "$0")" "$stage/install-check.sh"
 cp "$top/scripts/common.sh" "$stage/"

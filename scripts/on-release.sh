@@ -16,6 +16,7 @@
 # Exits with the command's status. Needs root (or sudo).
 set -eu
 top=$(cd "$(dirname "$0")/.." && pwd)
+. "$top/scripts/common.sh"
 [ $# -ge 2 ] || { sed -n '2,16p' "$0" | sed 's/^# \{0,1\}//' >&2; exit 2; }
 release=$1
 shift
@@ -40,7 +41,6 @@ work=$(mktemp -d "${TMPDIR:-/var/tmp}/vorn-$release.XXXXXX")
 root=$work/root
 namespace=
 cleanup() {
-    trap - EXIT INT TERM HUP
     # unshare holds TERM and INT back while it waits for the namespace's first process, and that
     # process, the PID namespace's init, takes from outside only KILL: ending it ends every process
     # in the namespace, and then unshare.
@@ -56,10 +56,7 @@ cleanup() {
     fi
     rm -rf "$work"
 }
-trap cleanup EXIT
-trap 'exit 130' INT
-trap 'exit 143' TERM
-trap 'exit 129' HUP
+on_exit cleanup
 
 git clone --quiet --no-hardlinks "$top" "$work/vorn-virus-agent"
 out=$top/build-on-$release

@@ -18,10 +18,11 @@
 # tmpfs there, the loop devices go with their mounts and what it starts dies with it (pdeathsig),
 # so even killed outright (a CTest timeout) it leaves nothing behind but that folder, empty.
 #   VORN_POWERCUT_AGENT=FILE   the agent to test, instead of BUILD-DIR/app/vorn-virus-agent
-# shellcheck disable=SC2317  # the functions that only wait_for and the trap call are reachable
+# shellcheck disable=SC2317  # the functions that only wait_capped and on_exit call are reachable
 set -u
 self=$(cd "$(dirname "$0")" && pwd)/$(basename "$0")
 top=$(dirname "$(dirname "$self")")
+. "$top/scripts/common.sh"
 
 skip() { echo "power-cut-check: cannot run here: $*" >&2; exit 77; }
 
@@ -55,7 +56,6 @@ pids=() mounts=()
 # Ends what this script started: the processes first, so that their files close, then the loop
 # devices' mounts (each device detaches with its mount), then the tmpfs and its folder.
 cleanup() {
-    trap - EXIT
     local at
     [ ${#pids[@]} -gt 0 ] && kill -KILL "${pids[@]}" 2> /dev/null
     wait 2> /dev/null
@@ -63,9 +63,7 @@ cleanup() {
     cd / && umount "$work" 2> /dev/null
     rmdir "$work"
 }
-trap cleanup EXIT
-trap 'exit 130' INT
-trap 'exit 143' TERM
+on_exit cleanup
 
 # A tmpfs in the namespace only: the images, the outputs and the bus's socket vanish with it.
 mount -t tmpfs -o mode=0700 vorn-power-cut "$work" || exit 1
@@ -78,8 +76,10 @@ start() {
     setpriv --pdeathsig KILL -- "$@" > "$out" 2>&1 &
     pids+=($!)
 }
-# Polls until the command succeeds, for at most $1 seconds and never past the deadline.
-wait_for() {
+# Polls until the command succeeds, for at most $1 seconds and never past the deadline. Not
+# common.sh's wait_for: that one counts polls, which a slow command stretches, and this check must
+# keep to the clock.
+wait_capped() {
     local until=$((SECONDS + $1))
     shift
     ((until > deadline)) && until=$deadline
@@ -113,7 +113,7 @@ export XDG_RUNTIME_DIR=$work/runtime HALVO_LOG_FILE=$work/events.jsonl QT_QPA_PL
 mkdir -m 0700 "$XDG_RUNTIME_DIR"
 start bus.log dbus-daemon --nofork --config-file="$top/tests/private-bus.conf" --address="unix:dir=$work" \
     --print-address=3 3> "$work/address"
-if ! wait_for 10 test -s "$work/address"; then
+if ! wait_capped 10 test -s "$work/address"; then
     cat bus.log >&2
     echo "power-cut-check: the private bus did not start" >&2
     exit 1
@@ -122,7 +122,7 @@ DBUS_SYSTEM_BUS_ADDRESS=$(head -n 1 "$work/address")
 export DBUS_SYSTEM_BUS_ADDRESS
 start daemon.out "$build/standins/vorn-standin-daemon" --quiet
 start riskbox.out "$build/standins/vorn-standin-riskbox" --headless --quiet
-if ! wait_for 10 "$ctl" daemon state || ! wait_for 10 "$ctl" riskbox boxes; then
+if ! wait_capped 10 "$ctl" daemon state || ! wait_capped 10 "$ctl" riskbox boxes; then
     echo "power-cut-check: the stand-ins did not start" >&2
     exit 1
 fi
@@ -146,7 +146,7 @@ run_agent() {
 restores() {
     local name=$1 at=$2 count=$3 title=$4 got
     run_agent "$name" "$at"
-    wait_for 20 said_restored "$work/$name.out"
+    wait_capped 20 said_restored "$work/$name.out"
     got=$(restored "$work/$name.out")
     kill -KILL "$agent_pid" 2> /dev/null
     wait "$agent_pid" 2> /dev/null
@@ -177,17 +177,17 @@ power_cut() {
     run_agent "$name-before" "$dir/disk"
     before=$agent_pid
     # The agent sleeps five seconds before it reads its journal and connects.
-    if ! wait_for 20 said_restored "$work/$name-before.out"; then
+    if ! wait_capped 20 said_restored "$work/$name-before.out"; then
         why="the agent did not say what it restored"
     elif [ "$(restored "$work/$name-before.out")" != 0 ]; then
         why="the agent restored $(restored "$work/$name-before.out") threats from a fresh file system"
-    elif ! wait_for 15 connected; then
+    elif ! wait_capped 15 connected; then
         why="the agent did not connect to the daemon"
     else
         shown=$(boxes)
         "$ctl" daemon emit-many "$count" signal_showAuthDialog EICAR-Test-File "" \
             "/home/user/Downloads/$name-{n}.com" false > /dev/null || why="the daemon did not announce the threats"
-        if [ -z "$why" ] && [ "$from" = box ] && ! wait_for 15 more_boxes "$shown"; then
+        if [ -z "$why" ] && [ "$from" = box ] && ! wait_capped 15 more_boxes "$shown"; then
             why="no threat box was shown"
         fi
     fi
@@ -241,16 +241,16 @@ read_only() {
     "$ctl" riskbox fail create > /dev/null
     "$ctl" daemon clear-calls > /dev/null
     run_agent read-only-before "$dir/disk"
-    if ! wait_for 20 said read-only-before "cannot write to .*Read-only file system" || ! wait_for 15 connected; then
+    if ! wait_capped 20 said read-only-before "cannot write to .*Read-only file system" || ! wait_capped 15 connected; then
         echo "$title: not tested: the agent did not start as expected"
         tail -n 20 "$work/read-only-before.out" >&2
         return 1
     fi
     "$ctl" daemon emit signal_showAuthDialog EICAR-Test-File "" /home/user/Downloads/read-only.com false > /dev/null
     # Its box was tried: the agent has it, and so has its journal thread.
-    wait_for 15 tried_box
+    wait_capped 15 tried_box
     mount -o remount,rw "$dir/disk"
-    wait_for 20 said read-only-before "works again"
+    wait_capped 20 said read-only-before "works again"
     kill -TERM "$agent_pid"
     wait "$agent_pid" 2> /dev/null
     "$ctl" riskbox reset > /dev/null

@@ -6,6 +6,7 @@
 set -eu
 top=$(cd "$(dirname "$0")/.." && pwd)
 build=${VORN_BUILD_DIR:-$top/build}
+. "$top/scripts/common.sh"
 
 if [ "${1:-}" != --inside ]; then
     "$top/scripts/deps.sh" screenshots
@@ -20,7 +21,8 @@ ctl=$build/standins/vorn-standin-ctl
 work=$(mktemp -d "${TMPDIR:-/tmp}/vorn-screenshots.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 export LC_ALL=C.UTF-8 HALVO_LOG_FILE=$work/events.jsonl
-wait_for() { for _ in $(seq 1 100); do [ -e "$1" ] && return 0; sleep 0.1; done; echo "screenshots: no $1" >&2; exit 1; }
+# Waits for a picture; without it, nothing that follows can be made.
+picture() { wait_for 10 test -e "$1" || { echo "screenshots: no $1" >&2; exit 1; }; }
 
 for language in en zh_CN; do
     mkdir "$work/$language"
@@ -33,9 +35,9 @@ for language in en zh_CN; do
     "$ctl" daemon force add_trustFile 1 > /dev/null
     LANGUAGE=$([ $language = en ] || echo $language) "$build/docs/vorn-screenshots" "$build/locale" "$work/$language" &
     shots=$!
-    wait_for "$work/$language/box-1.png"
+    picture "$work/$language/box-1.png"
     "$ctl" riskbox result 1 3 > /dev/null
-    wait_for "$work/$language/box-2.png"
+    picture "$work/$language/box-2.png"
     wait $shots
     kill $daemon $riskbox
     wait $daemon $riskbox 2> /dev/null || true

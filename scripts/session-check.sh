@@ -18,6 +18,7 @@ set -u
 top=$(cd "$(dirname "$0")/.." && pwd)
 self=$top/scripts/$(basename "$0")
 name=vorn-session-check
+. "$top/scripts/common.sh"
 
 skip() { echo "session-check: cannot run here: $*" >&2; exit 77; }
 
@@ -71,14 +72,11 @@ if [ "${1:-}" != --inside ]; then
     done
     unshare --mount true 2> /dev/null || { sweep "$group"; skip "cannot create a mount namespace"; }
 
-    # Killed outright, this script runs no trap; the watcher, outside the cgroup and reparented at
-    # once, waits for it to end and then empties and removes the cgroup. With it all processes go,
-    # and with the last of them the mount namespace and everything in it.
-    setsid -f bash -c "$(declare -f hierarchies sweep)"'
-        tail -s 0.2 --pid="$1" -f /dev/null; sweep "$2"' watcher $$ "$group" > /dev/null 2>&1
-    trap 'sweep "$group"' EXIT
-    trap 'exit 130' INT
-    trap 'exit 143' TERM
+    # Killed outright, this script runs no trap; the watcher, outside the cgroup, waits for it to
+    # end and then empties and removes the cgroup. With it all processes go, and with the last of
+    # them the mount namespace and everything in it.
+    after_exit sweep "$group"
+    on_exit sweep "$group"
     # The namespace's first process dies with this script too.
     setpriv --pdeathsig KILL -- unshare --mount --propagation private -- \
         "$self" --inside "$packages" "$group" "$(hierarchies | tr '\n' ' ')"
@@ -89,8 +87,7 @@ fi
 packages=$2 group=$3
 read -r -a hier <<< "$4"
 for h in "${hier[@]}"; do echo $$ > "$h/$group/harness/cgroup.procs" || exit 1; done
-trap 'exit 130' INT
-trap 'exit 143' TERM
+exit_on_signals
 status=0
 rows=()
 fail() { echo "session-check: $*" >&2; status=1; }
@@ -121,7 +118,6 @@ for d in etc usr var home tmp; do
     mount -t overlay -o "lowerdir=/$d,upperdir=$ns/$d.upper,workdir=$ns/$d.work" "$name-$d" "/$d" || exit 1
 done
 
-. "$top/scripts/common.sh"
 now() { perl -MTime::HiRes=clock_gettime,CLOCK_MONOTONIC -e 'printf "%.3f\n", clock_gettime(CLOCK_MONOTONIC)'; }
 secs() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.2f s", b - a }'; }
 below() { awk -v a="$1" -v b="$2" -v max="$3" 'BEGIN { exit !(b - a < max) }'; }
@@ -187,13 +183,12 @@ sc set-environment HALVO_LOG_FILE="$out/events.jsonl"
 
 # Ends the session, the manager and the helpers, in that order; whatever is left, the cgroup sweep ends.
 cleanup() {
-    trap - EXIT
     sc stop "$name.target" > /dev/null 2>&1
     kill -TERM "$manager" 2> /dev/null && wait "$manager" 2> /dev/null
     kill -TERM $(jobs -p) 2> /dev/null
     wait
 }
-trap cleanup EXIT
+on_exit cleanup
 
 prop() { sc show --value -p "$1" vorn-virus-agent.service; }
 started_at() { awk -v t="$(prop ExecMainStartTimestampMonotonic)" 'BEGIN { printf "%.3f", t / 1000000 }'; }

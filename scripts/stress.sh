@@ -25,22 +25,25 @@ done
 logs=$top/build-stress
 mkdir -p "$logs"
 
+. "$top/scripts/common.sh"
+
 hogs=()
 stop_hogs() {
     [ ${#hogs[@]} -eq 0 ] || { kill "${hogs[@]}" 2>/dev/null; wait "${hogs[@]}" 2>/dev/null || true; }
     hogs=()
 }
-trap stop_hogs EXIT
-trap 'exit 130' INT
-trap 'exit 143' TERM
+on_exit stop_hogs
 
-# The build of each name: the CMake preset that ./scripts/test.sh also uses for it.
+# The build of each name: the CMake preset that ./scripts/test.sh uses for it (VORN_QT=6, and
+# VORN_BUILD_TYPE=RelWithDebInfo or VORN_SANITIZE=address).
 preset() {
     case "$1" in
-        debug) echo default ;;
-        relwithdebinfo | address) echo "$1" ;;
+        debug) choose_preset 6 ;;
+        relwithdebinfo) choose_preset 6 "" RelWithDebInfo ;;
+        address) choose_preset 6 address ;;
         *) echo "stress.sh: unknown build '$1'" >&2; exit 2 ;;
     esac
+    echo "$preset"
 }
 
 cd "$top"

@@ -15,27 +15,17 @@ set -eu
 top=$(cd "$(dirname "$0")/.." && pwd)
 dir=${VORN_BUILD_DIR:+$(realpath -m "$VORN_BUILD_DIR")}
 cd "$top"
+. "$top/scripts/common.sh"
 qt=${VORN_QT:-6}
-case "$qt/${VORN_SANITIZE:-}" in
-    6/) preset=default ;;
-    5/) preset=qt5 ;;
-    6/address | 6/thread) preset=$VORN_SANITIZE ;;
-    5/address | 5/thread) preset=$VORN_SANITIZE-qt5 ;;
-    *) echo "test.sh: VORN_QT is 5 or 6 and VORN_SANITIZE address, thread or empty" >&2; exit 2 ;;
-esac
-type=()
-if [ "$preset/${VORN_BUILD_TYPE:-Debug}" = default/RelWithDebInfo ]; then
-    preset=relwithdebinfo
-elif [ -n "${VORN_BUILD_TYPE:-}" ]; then
-    type=(-DCMAKE_BUILD_TYPE="$VORN_BUILD_TYPE")
-fi
+choose_preset "$qt" "${VORN_SANITIZE:-}" "${VORN_BUILD_TYPE:-}" ||
+    { echo "test.sh: VORN_QT is 5 or 6 and VORN_SANITIZE address, thread or empty" >&2; exit 2; }
 
 "$top/scripts/deps.sh" build $([ "$qt" = 5 ] && echo qt5)
 if [ -n "$dir" ]; then
-    cmake --preset "$preset" -B "$dir" "${type[@]}"
+    cmake --preset "$preset" -B "$dir" "${preset_args[@]}"
     cmake --build "$dir" -j "$(nproc)"
 else
-    cmake --preset "$preset" "${type[@]}"
+    cmake --preset "$preset" "${preset_args[@]}"
     cmake --build --preset "$preset" -j "$(nproc)"
 fi
 [ "${1:-}" = --build-only ] && exit 0

@@ -5,16 +5,15 @@
 set -u
 build=$1
 ctl="$build/standins/vorn-standin-ctl"
+# shellcheck source=scripts/common.sh
+. "$(dirname "$0")/../scripts/common.sh"
 work=$(mktemp -d)
+on_exit rm -rf "$work"
 Xvfb -displayfd 3 -screen 0 1024x768x24 -nolisten tcp 3> "$work/display" 2> /dev/null &
 xvfb=$!
-trap 'kill $xvfb 2>/dev/null; wait $xvfb 2>/dev/null; rm -rf "$work"' EXIT
+stop_xvfb() { kill "$xvfb" 2> /dev/null; wait "$xvfb" 2> /dev/null; }
+on_exit stop_xvfb
 fail() { echo "FAILED: $*"; echo "0 passed, 1 failed"; exit 1; }
-# wait_for SECONDS COMMAND...: true as soon as the command succeeds
-wait_for() {
-    for ((i = 0; i < $1 * 10; i++)); do "${@:2}" > /dev/null 2>&1 && return 0; sleep 0.1; done
-    return 1
-}
 shown() { [ "$("$ctl" riskbox boxes | grep -c '"shown":true')" -ge "$1" ]; }
 window() { xdotool search --onlyvisible --pid "$agent" 2> /dev/null | head -n 1 | grep .; }
 

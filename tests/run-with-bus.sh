@@ -7,6 +7,8 @@
 set -u
 here=$(cd "$(dirname "$0")" && pwd)
 config=${VORN_BUS_CONFIG:-$here/private-bus.conf}
+# shellcheck source=scripts/common.sh
+. "$here/../scripts/common.sh"
 dir=$(mktemp -d "${TMPDIR:-/tmp}/vorn-bus.XXXXXX")
 bus_pid= job_pid=
 
@@ -17,16 +19,12 @@ stop_group() {
     kill -KILL -- "-$1" 2>/dev/null
 }
 cleanup() {
-    trap - EXIT INT TERM HUP
     [ -n "$job_pid" ] && stop_group "$job_pid"
     [ -n "$bus_pid" ] && kill -TERM "$bus_pid" 2>/dev/null && wait "$bus_pid" 2>/dev/null
     rm -rf "$dir"
     echo done >&"$watcher"
 }
-trap cleanup EXIT
-trap 'exit 130' INT
-trap 'exit 143' TERM
-trap 'exit 129' HUP
+on_exit cleanup
 
 # Killed outright, this script runs no trap: CTest's timeout sends SIGKILL to it and everything
 # below it. A watcher outside that tree (it is reparented at once) reads a pipe that only this
