@@ -61,7 +61,10 @@ int main(int argc, char *argv[])
                 box->buttons().first()->click();
                 auto *dialog = new CAuthDialog(threat);
                 dialog->show();
-                takePicture(dialog, out + QStringLiteral("/auth-dialog.png"), &QCoreApplication::quit);
+                // exit, not quit: Qt 6's quit first asks every window to close, and the dialog
+                // ignores a close (it deletes itself instead), so the program would never end.
+                takePicture(dialog, out + QStringLiteral("/auth-dialog.png"),
+                            [] { QCoreApplication::exit(0); });
             });
         }
     });
